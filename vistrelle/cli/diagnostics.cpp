@@ -1,0 +1,64 @@
+#include "vistrelle/cli/diagnostics.h"
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+
+namespace vistrelle {
+namespace {
+
+constexpr int kReferences = 7;
+
+std::atomic<bool> verboseSwitch{false};
+std::atomic<bool> exportFinishedFlag{false};
+std::atomic<bool> generalFlagValue{true};
+std::array<const void*, kReferences> references{};
+std::FILE* newStdout = nullptr;
+std::FILE* newStderr = nullptr;
+
+}  // namespace
+
+bool isVerbose() { return verboseSwitch; }
+void setVerbose(bool verbose) { verboseSwitch = verbose; }
+bool isVerboseLevel(int /*level*/) { return false; }
+
+bool exportFinished() { return exportFinishedFlag; }
+void setExportFinished(bool finished) { exportFinishedFlag = finished; }
+
+bool generalFlag() { return generalFlagValue; }
+void setGeneralFlag(bool flag) { generalFlagValue = flag; }
+
+const void* objectReference(int index) {
+  return index >= 0 && index < kReferences ? references[static_cast<std::size_t>(index)] : nullptr;
+}
+
+void setObjectReference(int index, const void* object) {
+  if (index >= 0 && index < kReferences) references[static_cast<std::size_t>(index)] = object;
+}
+
+void redirectStdoutToFile(const std::string& path) {
+  if (newStdout || newStderr) {
+    log("if (newStdout || newStderr)");
+    return;
+  }
+  log("redirectStdoutToFile…");
+  newStdout = std::freopen(path.c_str(), "a+", stdout);
+  newStderr = std::freopen(path.c_str(), "a+", stderr);
+}
+
+const char* markerTime() { return "time="; }
+const char* markerSteps() { return "steps          : "; }
+const char* markerPourcentage() { return "pourcentage    : "; }
+const char* markerBatch() { return "(batch "; }
+const char* markerProcessing() { return "Processing ("; }
+const char* markerBar() { return "| ("; }
+
+bool alwaysTrue() { return true; }
+void noOperation() {}
+void noOperation2() {}
+
+bool isMultipleOf(std::int64_t a, std::int64_t b) { return a % b == 0; }
+
+bool areMultiplesOf(std::int64_t a, std::int64_t b, std::int64_t c) { return isMultipleOf(a, c) && isMultipleOf(b, c); }
+
+}  // namespace vistrelle

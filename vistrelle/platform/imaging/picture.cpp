@@ -1,0 +1,1 @@
+#include "vistrelle/platform/imaging/picture.h"

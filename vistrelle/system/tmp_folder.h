@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace vistrelle {
+
+std::string tmpFolderPath();
+void tmpFolderSet(const std::string& path);
+
+}  // namespace vistrelle

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstdint>
+
+#include "vistrelle/platform/base/value.h"
+
+namespace vistrelle {
+
+double sizeInUnit(std::int64_t bytes, const platform::OptionalText& unit);
+
+}  // namespace vistrelle
