@@ -1,0 +1,56 @@
+#!/usr/bin/env python3
+"""The include checker finds each kind of breach, and none in a clean tree."""
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+
+CHECKER = pathlib.Path(__file__).with_name("check_includes.py")
+
+
+def check(**files):
+    with tempfile.TemporaryDirectory() as folder:
+        for place, text in files.items():
+            path = pathlib.Path(folder, place.replace("__", "/").replace("_h", ".h").replace("_cpp", ".cpp"))
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text)
+        run = subprocess.run([sys.executable, CHECKER, folder], capture_output=True, text=True, check=False)
+        return run.returncode, run.stdout
+
+
+class CheckIncludes(unittest.TestCase):
+    def test_clean_tree(self):
+        code, text = check(text__a_cpp='#include <string>\n#include <unistd.h>\n#include "vistrelle/text/a.h"\n',
+                           platform__base__b_cpp='#include <fmt/format.h>\n#include "vistrelle/platform/base/b.h"\n',
+                           platform__media__ffmpeg__c_h='#include <libavformat/avformat.h>\n')
+        self.assertEqual(code, 0, text)
+
+    def test_module_with_third_party_header(self):
+        code, text = check(text__a_cpp="#include <unicode/ustring.h>\n")
+        self.assertEqual(code, 1)
+        self.assertIn("third-party header unicode/ustring.h", text)
+
+    def test_module_with_private_header(self):
+        code, text = check(movie__a_cpp='#include "vistrelle/platform/media/ffmpeg/av_ptr.h"\n')
+        self.assertEqual(code, 1)
+        self.assertIn("private to its room", text)
+
+    def test_platform_with_upper_header(self):
+        code, text = check(platform__files__a_cpp='#include "vistrelle/text/text.h"\n')
+        self.assertEqual(code, 1)
+        self.assertIn("floor above", text)
+
+    def test_public_platform_header_with_library(self):
+        code, text = check(platform__files__a_h="#include <gio/gio.h>\n")
+        self.assertEqual(code, 1)
+        self.assertIn("public platform header", text)
+
+    def test_relative_include(self):
+        code, text = check(text__a_cpp='#include "a.h"\n')
+        self.assertEqual(code, 1)
+        self.assertIn("not included by its path", text)
+
+
+if __name__ == "__main__":
+    unittest.main()
