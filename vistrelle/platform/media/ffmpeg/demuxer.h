@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "vistrelle/platform/media/ffmpeg/av_ptr.h"
+#include "vistrelle/platform/media/ffmpeg/file_io.h"
+
+namespace vistrelle::platform {
+
+/// What a movie may cost before it is refused.
+struct MediaLimits {
+  static constexpr std::size_t kMaxAllocation = std::size_t{256} << 20;  ///< one allocation of FFmpeg's
+  static constexpr std::int64_t kMaxPixels = std::int64_t{1} << 28;      ///< of a frame
+  static constexpr int kMaxStreams = 100;
+  static constexpr std::int64_t kProbeBytes = std::int64_t{5} << 20;           ///< looked at to find missing facts
+  static constexpr std::int64_t kAnalyzeMicroseconds = std::int64_t{5000000};  ///< of the movie, for the same
+};
+
+/// Silences FFmpeg's own output and hands down MediaLimits::kMaxAllocation. Idempotent, any thread.
+void prepareFfmpeg();
+
+/// "Invalid data found when processing input".
+std::string avErrorText(int error);
+
+/// One reading of a movie: a format context on a position of its own in the movie's bytes. FFmpeg never sees a
+/// name: no protocol, no nested open but references beneath the movie's folder, containers of movies only.
+/// Used from one thread at a time.
+class Demuxer {
+ public:
+  /// Reads the header. Stream facts that the header leaves open are looked for only when `findStreamInfo` is true
+  /// and something is missing, within MediaLimits. Empty with an error text on failure.
+  static std::unique_ptr<Demuxer> open(const std::shared_ptr<InputBytes>& bytes,
+                                       const std::shared_ptr<Interrupt>& interrupt, bool findStreamInfo,
+                                       std::string* error);
+  ~Demuxer();
+  Demuxer(const Demuxer&) = delete;
+  Demuxer& operator=(const Demuxer&) = delete;
+
+  AVFormatContext* context() const { return context_.get(); }
+  int streamCount() const { return static_cast<int>(context_->nb_streams); }
+  AVStream* stream(int index) const { return context_->streams[index]; }
+  bool isMovFamily() const;
+  bool isMatroska() const;
+
+  /// Delivers no packet of other streams any more (-1: of none but all again).
+  void selectStream(int index);
+  /// The next packet; 0, AVERROR_EOF at the end, another negative error otherwise. The former content is dropped.
+  int read(AVPacket& packet);
+  /// Seeks to a time in the stream's time base or, with AVSEEK_FLAG_BYTE, to a byte. Clears an end reached before.
+  int seek(int streamIndex, std::int64_t timestamp, int flags);
+  /// Back to the first packet, wherever it is.
+  int seekToStart();
+  std::int64_t bytesRead() const { return reader_->bytesRead(); }
+
+ private:
+  Demuxer() = default;
+  int openReference(AVFormatContext* context, AVIOContext** io, const char* url, int flags);
+  static int ioOpen(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary** options);
+  static int ioClose(AVFormatContext* context, AVIOContext* io);
+  bool needsStreamInfo() const;
+
+  std::shared_ptr<InputBytes> bytes_;
+  std::shared_ptr<Interrupt> interrupt_;
+  std::unique_ptr<ByteReader> reader_;
+  std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;
+  AvPtr<AVFormatContext> context_;
+};
+
+}  // namespace vistrelle::platform
