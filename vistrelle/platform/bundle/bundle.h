@@ -21,7 +21,8 @@ class Bundle {
   virtual OptionalText pathForResource(std::string_view name, std::string_view type) const = 0;
   /// The translation of `key` in the strings table `table`. A key that the table lacks, or a missing table, answers
   /// `fallback`, or the key itself when the fallback is empty.
-  virtual std::string localizedString(std::string_view key, std::string_view fallback, std::string_view table) const = 0;
+  virtual std::string localizedString(std::string_view key, std::string_view fallback,
+                                      std::string_view table) const = 0;
 };
 
 Seam<Bundle>& mainBundle();
