@@ -41,26 +41,29 @@ float clockSeconds(std::string_view text) {
   return seconds + minutes * 60 + hours * 60 * 60;
 }
 
-}  // namespace
-
-float str2Float(const OptionalText& text) {
-  if (!text) return 0;
-  logVerbose("str2Float           - deb : {}…", *text);
+/// The number of str2Float; its log lines only when it `tells`.
+float readNumber(const std::string& text, bool tells) {
+  if (tells) log("str2Float           - deb : {}…", text);
   std::string withoutBlanks;
-  std::string_view cleaned = *text;
-  if (const std::size_t blank = text->find(' '); blank != std::string::npos) {
-    withoutBlanks = TextSearch(" ").replacedIn(*text, "", blank);
+  std::string_view cleaned = text;
+  if (const std::size_t blank = text.find(' '); blank != std::string::npos) {
+    withoutBlanks = TextSearch(" ").replacedIn(text, "", blank);
     cleaned = withoutBlanks;
   }
   const ScannedFloat scanned = scanFloat(withoutLeadingLetters(cleaned));
   if (scanned.length == 0) {
-    logVerbose("mais heuu, c'est meme pas un float :(");
+    if (tells) log("mais heuu, c'est meme pas un float :(");
     return 0;
   }
   const float value = nudged(scanned.value);
-  logVerbose("str2Float           - end :'{}'->{:f}", cleaned, value);
+  if (tells) log("str2Float           - end :'{}'->{:f}", cleaned, value);
   return value;
 }
+
+}  // namespace
+
+float str2Float(const OptionalText& text) { return text ? readNumber(*text, isVerbose()) : 0; }
+float readFloat(const OptionalText& text) { return text ? readNumber(*text, false) : 0; }
 
 float str2FloatInner(const std::string& text) {
   if (text.empty()) return 0;

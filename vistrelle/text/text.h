@@ -29,6 +29,8 @@ OptionalText findAndReplace(const OptionalText& text, const OptionalText& search
 /// 0 when there is none, infinity on overflow. A negative value with a fractional thousandth comes back 0.0001 nearer
 /// to zero.
 float str2Float(const OptionalText& text);
+/// What str2Float answers, without its log lines.
+float readFloat(const OptionalText& text);
 /// str2Float without the first and last character (quotes, brackets).
 float str2FloatInner(const std::string& text);
 
