@@ -3,27 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "vistrelle/platform/base/utf8.h"
+
 namespace vistrelle::platform {
 namespace {
-
-void appendCodePoint(std::string& text, std::uint32_t point) {
-  const auto byte = [&text](std::uint32_t value) { text.push_back(static_cast<char>(value)); };
-  if (point < 0x80) {
-    byte(point);
-  } else if (point < 0x800) {
-    byte(0xC0 | point >> 6);
-    byte(0x80 | (point & 0x3F));
-  } else if (point < 0x10000) {
-    byte(0xE0 | point >> 12);
-    byte(0x80 | (point >> 6 & 0x3F));
-    byte(0x80 | (point & 0x3F));
-  } else {
-    byte(0xF0 | point >> 18);
-    byte(0x80 | (point >> 12 & 0x3F));
-    byte(0x80 | (point >> 6 & 0x3F));
-    byte(0x80 | (point & 0x3F));
-  }
-}
 
 constexpr bool isHighSurrogate(std::uint32_t unit) {
   return unit >= 0xD800 && unit < 0xDC00;
@@ -38,7 +21,7 @@ class Utf16Joiner {
   explicit Utf16Joiner(std::string& text) : text_(text) {}
   void add(std::uint32_t unit) {
     if (high_ && isLowSurrogate(unit)) {
-      appendCodePoint(text_, 0x10000 + ((high_ - 0xD800) << 10) + (unit - 0xDC00));
+      appendCharacter(text_, 0x10000 + ((high_ - 0xD800) << 10) + (unit - 0xDC00));
       high_ = 0;
       return;
     }
@@ -46,11 +29,11 @@ class Utf16Joiner {
     if (isHighSurrogate(unit)) {
       high_ = unit;
     } else {
-      appendCodePoint(text_, isLowSurrogate(unit) ? 0xFFFD : unit);
+      appendCharacter(text_, unit);
     }
   }
   void flush() {
-    if (high_) appendCodePoint(text_, 0xFFFD);
+    if (high_) appendCharacter(text_, 0xFFFD);
     high_ = 0;
   }
 
@@ -185,7 +168,7 @@ class Parser {
       for (int digits = 1; digits < 3 && !atEnd() && text_[position_] >= '0' && text_[position_] <= '7'; ++digits) {
         value = value * 8 + static_cast<std::uint32_t>(text_[position_++] - '0');
       }
-      appendCodePoint(result, value);
+      appendCharacter(result, value);
       return;
     }
     constexpr std::string_view kLetters = "ntrabfv";

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/preferences/binary_plist.h"
 
 namespace vistrelle::platform::binary_plist {
@@ -11,25 +12,6 @@ namespace {
 struct Malformed : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-
-void appendUtf8(std::string& text, std::uint32_t point) {
-  const auto byte = [&text](std::uint32_t value) { text.push_back(static_cast<char>(value)); };
-  if (point < 0x80) {
-    byte(point);
-    return;
-  }
-  if (point < 0x800) {
-    byte(0xC0 | point >> 6);
-  } else if (point < 0x10000) {
-    byte(0xE0 | point >> 12);
-    byte(0x80 | (point >> 6 & 0x3F));
-  } else {
-    byte(0xF0 | point >> 18);
-    byte(0x80 | (point >> 12 & 0x3F));
-    byte(0x80 | (point >> 6 & 0x3F));
-  }
-  byte(0x80 | (point & 0x3F));
-}
 
 class Reader {
  public:
@@ -185,11 +167,9 @@ class Reader {
         if (unit < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
           unit = 0x10000 + ((unit - 0xD800) << 10U) + (next - 0xDC00);
           i += 2;
-        } else {
-          unit = 0xFFFD;
         }
       }
-      appendUtf8(text, unit);
+      appendCharacter(text, unit);
     }
     return text;
   }

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/preferences/binary_plist.h"
 
 namespace vistrelle::platform {
@@ -25,24 +26,6 @@ std::size_t bytesFor(std::uint64_t number) {
   return number <= 0xFFFFFFFF ? 4 : 8;
 }
 
-/// The next code point of UTF-8 text, from `position` on; a byte that is not part of any is U+FFFD.
-std::uint32_t nextPoint(std::string_view text, std::size_t& position) {
-  const auto lead = static_cast<unsigned char>(text[position++]);
-  if (lead < 0x80) return lead;
-  const std::size_t following = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
-  if (lead < 0xC2 || lead > 0xF4 || following > text.size() - position) return 0xFFFD;
-  std::uint32_t point = lead & (0x3FU >> following);
-  for (std::size_t i = 0; i < following; ++i) {
-    const auto byte = static_cast<unsigned char>(text[position + i]);
-    if ((byte & 0xC0U) != 0x80) return 0xFFFD;
-    point = point << 6U | (byte & 0x3FU);
-  }
-  const bool overlong = (following == 2 && point < 0x800) || (following == 3 && point < 0x10000);
-  if (overlong || point > 0x10FFFF || (point >= 0xD800 && point < 0xE000)) return 0xFFFD;
-  position += following;
-  return point;
-}
-
 bool isAscii(std::string_view text) {
   for (const char c : text) {
     if (static_cast<unsigned char>(c) >= 0x80) return false;
@@ -53,7 +36,9 @@ bool isAscii(std::string_view text) {
 std::string utf16Units(std::string_view text) {
   std::string units;
   for (std::size_t position = 0; position < text.size();) {
-    const std::uint32_t point = nextPoint(text, position);
+    const Character character = characterAt(text, position);
+    const std::uint32_t point = character.valid ? character.code : 0xFFFD;
+    position += character.length;
     if (point < 0x10000) {
       appendNumber(units, point, 2);
     } else {

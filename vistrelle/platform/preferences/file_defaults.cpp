@@ -12,7 +12,9 @@
 #include <utility>
 
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/files/file_manager.h"
 #include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/files/unique_fd.h"
 #include "vistrelle/platform/preferences/file_bytes.h"
 #include "vistrelle/platform/preferences/property_list.h"
 #include "vistrelle/platform/preferences/user_defaults.h"
@@ -23,26 +25,17 @@ namespace {
 constexpr auto kLongestLockWait = std::chrono::seconds(10);
 constexpr auto kLockPause = std::chrono::microseconds(500);
 constexpr mode_t kPrivateFile = 0600;
-constexpr mode_t kPrivateFolder = 0700;
-
-/// Makes the folder and those above it that are missing.
-bool makeFolders(const std::string& folder) {
-  struct stat status {};
-  if (::stat(folder.c_str(), &status) == 0) return S_ISDIR(status.st_mode);
-  const std::string parent = deletingLastPathComponent(folder);
-  if (parent.empty() || parent == folder || !makeFolders(parent)) return false;
-  return ::mkdir(folder.c_str(), kPrivateFolder) == 0 || errno == EEXIST;
-}
+constexpr std::uint32_t kPrivateFolder = 0700;
 
 /// The lock of one preferences file against other processes and other objects of this one. A file of its own, since
 /// the preferences file is replaced with every change. Its descriptor's end releases it.
-Descriptor lockFile(const std::string& path) {
-  Descriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
+UniqueFd lockFile(const std::string& path) {
+  UniqueFd file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kPrivateFile));
   if (!file) return file;
   // A holder may be stopped in a debugger: this process must not hang for that.
   const auto end = std::chrono::steady_clock::now() + kLongestLockWait;
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= end) return Descriptor();
+    if ((errno != EWOULDBLOCK && errno != EINTR) || std::chrono::steady_clock::now() >= end) return UniqueFd();
     std::this_thread::sleep_for(kLockPause);
   }
   return file;
@@ -98,7 +91,7 @@ class FileDefaults : public UserDefaults {
   }
 
   void forget() {
-    read_.reset();
+    read_.close();
     identity_.reset();
     values_.clear();
   }
@@ -117,14 +110,14 @@ class FileDefaults : public UserDefaults {
     }
     if (content != Content::kDamaged) return;
     // Somebody may have put it right since: only under the lock is it the file that will be moved.
-    const Descriptor lock = lockFile(path_ + ".lock");
+    const UniqueFd lock = lockFile(path_ + ".lock");
     if (lock && load() == Content::kDamaged) setAside();
   }
 
   enum class Content { kRead, kAbsent, kUnreadable, kDamaged };
 
   Content load() {
-    Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    UniqueFd file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!file || ::fstat(file.get(), &status) != 0) {
       const bool absent = errno == ENOENT || errno == ENOTDIR;
@@ -171,8 +164,11 @@ class FileDefaults : public UserDefaults {
 
   /// Writes all pending changes over what the file holds now; empty, or why not.
   std::string applyPending() {
-    if (!makeFolders(deletingLastPathComponent(path_))) return "its folder cannot be made";
-    const Descriptor lock = lockFile(path_ + ".lock");
+    const auto files = fileManager().get();
+    if (const auto made = files->makeFolder(deletingLastPathComponent(path_), kPrivateFolder); !made.ok()) {
+      return made.description();
+    }
+    const UniqueFd lock = lockFile(path_ + ".lock");
     if (!lock) return "it cannot be locked";
     const Content content = load();
     if (content == Content::kUnreadable) return "the present file cannot be read";
@@ -192,7 +188,7 @@ class FileDefaults : public UserDefaults {
     const auto written = writeBinaryPropertyList(Value(changed));
     if (!written.bytes) return written.error;
     if (written.bytes->size() > PropertyListLimits().bytes) return "the preferences are too long";
-    if (auto error = replaceFile(path_, *written.bytes, kPrivateFile); !error.empty()) return error;
+    if (const auto put = files->writeByReplacing(path_, bytesOf(*written.bytes)); !put.ok()) return put.description();
     pending_.clear();
     load();
     return {};
@@ -202,7 +198,7 @@ class FileDefaults : public UserDefaults {
   std::mutex mutex_;
   Dictionary values_;
   std::optional<Identity> identity_;
-  Descriptor read_;
+  UniqueFd read_;
   std::string damage_;
   bool complained_ = false;
   /// Changes that are not in the file yet; an absent value removes its key.
