@@ -18,15 +18,29 @@ std::FILE* newStderr = nullptr;
 
 }  // namespace
 
-bool isVerbose() { return verboseSwitch; }
-void setVerbose(bool verbose) { verboseSwitch = verbose; }
-bool isVerboseLevel(int /*level*/) { return false; }
+bool isVerbose() {
+  return verboseSwitch;
+}
+void setVerbose(bool verbose) {
+  verboseSwitch = verbose;
+}
+bool isVerboseLevel(int /*level*/) {
+  return false;
+}
 
-bool exportFinished() { return exportFinishedFlag; }
-void setExportFinished(bool finished) { exportFinishedFlag = finished; }
+bool exportFinished() {
+  return exportFinishedFlag;
+}
+void setExportFinished(bool finished) {
+  exportFinishedFlag = finished;
+}
 
-bool generalFlag() { return generalFlagValue; }
-void setGeneralFlag(bool flag) { generalFlagValue = flag; }
+bool generalFlag() {
+  return generalFlagValue;
+}
+void setGeneralFlag(bool flag) {
+  generalFlagValue = flag;
+}
 
 const void* objectReference(int index) {
   return index >= 0 && index < kReferences ? references[static_cast<std::size_t>(index)] : nullptr;
@@ -46,19 +60,37 @@ void redirectStdoutToFile(const std::string& path) {
   newStderr = std::freopen(path.c_str(), "a+", stderr);
 }
 
-const char* markerTime() { return "time="; }
-const char* markerSteps() { return "steps          : "; }
-const char* markerPourcentage() { return "pourcentage    : "; }
-const char* markerBatch() { return "(batch "; }
-const char* markerProcessing() { return "Processing ("; }
-const char* markerBar() { return "| ("; }
+const char* markerTime() {
+  return "time=";
+}
+const char* markerSteps() {
+  return "steps          : ";
+}
+const char* markerPourcentage() {
+  return "pourcentage    : ";
+}
+const char* markerBatch() {
+  return "(batch ";
+}
+const char* markerProcessing() {
+  return "Processing (";
+}
+const char* markerBar() {
+  return "| (";
+}
 
-bool alwaysTrue() { return true; }
+bool alwaysTrue() {
+  return true;
+}
 void noOperation() {}
 void noOperation2() {}
 
-bool isMultipleOf(std::int64_t a, std::int64_t b) { return a % b == 0; }
+bool isMultipleOf(std::int64_t a, std::int64_t b) {
+  return a % b == 0;
+}
 
-bool areMultiplesOf(std::int64_t a, std::int64_t b, std::int64_t c) { return isMultipleOf(a, c) && isMultipleOf(b, c); }
+bool areMultiplesOf(std::int64_t a, std::int64_t b, std::int64_t c) {
+  return isMultipleOf(a, c) && isMultipleOf(b, c);
+}
 
 }  // namespace vistrelle

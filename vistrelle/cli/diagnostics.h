@@ -28,7 +28,9 @@ void logVerbose(platform::FormatLiteral literal, const Arguments&... arguments) 
 }
 
 /// The second half of a mood mark written as ":-%@".
-inline const char* mood(bool good) { return good ? ")" : "("; }
+inline const char* mood(bool good) {
+  return good ? ")" : "(";
+}
 
 /// Set by the export completion handler, looked at by the exporting thread.
 bool exportFinished();
@@ -43,7 +45,8 @@ void setGeneralFlag(bool flag);
 const void* objectReference(int index);
 void setObjectReference(int index, const void* object);
 
-/// Sends standard output and standard error to the end of the file at `path` from now on. A second call changes nothing.
+/// Sends standard output and standard error to the end of the file at `path` from now on. A second call changes
+/// nothing.
 void redirectStdoutToFile(const std::string& path);
 
 /// Texts before a number in the output of the system's tools and of tools it reads.

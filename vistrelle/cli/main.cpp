@@ -1,1 +1,6 @@
-int main() { return 1; }
+#include "vistrelle/cli/entry.h"
+
+int main(int argc, char** argv) {
+  vistrelle::prepareProcess();
+  return vistrelle::vistrelleMain(argc, argv);
+}
