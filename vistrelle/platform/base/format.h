@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <span>
 #include <string>
 #include <string_view>
@@ -31,7 +32,8 @@ class FormatArgument {
     requires std::is_arithmetic_v<Number>
   FormatArgument(Number number) {  // NOLINT(google-explicit-constructor)
     if constexpr (std::is_floating_point_v<Number>) {
-      stored_ = static_cast<double>(number);
+      // Not a number prints as "nan", whatever its sign bit says.
+      stored_ = number != number ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(number);
     } else if constexpr (std::is_unsigned_v<Number>) {
       stored_ = static_cast<std::uint64_t>(number);
     } else {
