@@ -62,8 +62,12 @@ float readNumber(const std::string& text, bool tells) {
 
 }  // namespace
 
-float str2Float(const OptionalText& text) { return text ? readNumber(*text, isVerbose()) : 0; }
-float readFloat(const OptionalText& text) { return text ? readNumber(*text, false) : 0; }
+float str2Float(const OptionalText& text) {
+  return text ? readNumber(*text, isVerbose()) : 0;
+}
+float readFloat(const OptionalText& text) {
+  return text ? readNumber(*text, false) : 0;
+}
 
 float str2FloatInner(const std::string& text) {
   if (text.empty()) return 0;
