@@ -5,16 +5,20 @@
 #include <unordered_map>
 
 #include "vistrelle/platform/text/unicode.h"
+#include "vistrelle/text/scanning.h"
 #include "vistrelle/text/text.h"
 
 namespace vistrelle {
 namespace {
 
-/// Numbers and booleans of the same value get the same key; any two equal objects do.
+/// Numbers and booleans of the same value get the same key, and so do any two equal objects.
 std::string keyOf(const Value& value) {
   if (const auto* flag = value.get<bool>()) return *flag ? "1" : "0";
-  // A whole number in floating point prints like the whole number.
-  return platform::description(value);
+  const bool isReal = value.get<double>() || value.get<float>();
+  if (!isReal) return platform::description(value);
+  const double number = value.number().value_or(0);
+  const std::int64_t whole = truncatedInteger(number);
+  return static_cast<double>(whole) == number ? std::to_string(whole) : platform::description(Value(number));
 }
 
 bool isSame(const Value& a, const Value& b) {
