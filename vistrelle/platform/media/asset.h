@@ -17,23 +17,6 @@ namespace vistrelle::platform {
 
 enum class MediaType { video, audio, subtitle, text, closedCaption, timecode, metadata, other };
 
-/// One track of a movie. Facts only; a track stays usable as long as it is held, also after its movie is gone.
-/// Attached cover pictures are not tracks.
-class Track : public Opaque {
- public:
-  /// The number the container gives it, from 1; unique in its movie.
-  virtual std::int32_t trackId() const = 0;
-  virtual MediaType mediaType() const = 0;
-  virtual bool isEnabled() const = 0;
-  /// What its samples cover on the movie's timeline. Start or duration are invalid (their seconds are not a number)
-  /// only when the track has no sample.
-  virtual TimeRange timeRange() const = 0;
-  /// Frames a second over the track's whole length; 0 when unknown or not video.
-  virtual float nominalFrameRate() const = 0;
-  /// Whether a decoder for it opens (always true for tracks that are neither audio nor video).
-  virtual bool isDecodable() const = 0;
-};
-
 /// Which pixels of a frame a picture shows, and in which shape. All modes turn with the display transform.
 enum class ApertureMode {
   cleanAperture,       ///< cropped to the clean aperture, square pixels (the default)
@@ -61,6 +44,27 @@ class ImageGenerator {
   /// The last frame whose presentation time is not after `time`; the first frame when all are later. A frame that
   /// cannot be proven to be that one is an error, never a near frame.
   virtual FrameResult copyFrame(const MediaTime& time) = 0;
+};
+
+/// One track of a movie. Facts only; a track stays usable as long as it is held, also after its movie is gone.
+/// Attached cover pictures are not tracks.
+class Track : public Opaque {
+ public:
+  /// The number the container gives it, from 1; unique in its movie.
+  virtual std::int32_t trackId() const = 0;
+  virtual MediaType mediaType() const = 0;
+  virtual bool isEnabled() const = 0;
+  /// What its samples cover on the movie's timeline. Start or duration are invalid (their seconds are not a number)
+  /// only when the track has no sample.
+  virtual TimeRange timeRange() const = 0;
+  /// Frames a second over the track's whole length; 0 when unknown or not video.
+  virtual float nominalFrameRate() const = 0;
+  /// Whether a decoder for it opens (always true for tracks that are neither audio nor video).
+  virtual bool isDecodable() const = 0;
+  /// Whether its samples are encrypted or otherwise protected.
+  virtual bool isProtected() const { return false; }
+  /// Delivers this track's pictures; nothing when none can ever come from it.
+  virtual std::unique_ptr<ImageGenerator> makeImageGenerator() const { return nullptr; }
 };
 
 enum class AssetKind { urlAsset, composition, other };

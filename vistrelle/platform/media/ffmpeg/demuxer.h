@@ -51,8 +51,6 @@ class Demuxer {
   int read(AVPacket& packet);
   /// Seeks to a time in the stream's time base or, with AVSEEK_FLAG_BYTE, to a byte. Clears an end reached before.
   int seek(int streamIndex, std::int64_t timestamp, int flags);
-  /// Back to the first packet, wherever it is.
-  int seekToStart();
   std::int64_t bytesRead() const { return reader_->bytesRead(); }
 
  private:

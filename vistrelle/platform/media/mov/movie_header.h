@@ -90,7 +90,7 @@ struct MovieHeader {
 using ReadAt = std::function<std::int64_t(std::int64_t offset, std::span<std::uint8_t> buffer)>;
 
 /// Reads the header of a file of `size` bytes. Nothing when there is no movie box or it cannot be read within the
-/// limits (64 MiB of boxes, depth 16, 2^24 table entries a track); a damaged part is left out and costs nothing else.
+/// limits (64 MiB of boxes, 100 tracks, 2^24 entries a table); a damaged part is left out and costs nothing else.
 /// Media data is not read.
 std::optional<MovieHeader> readMovieHeader(std::int64_t size, const ReadAt& readAt);
 

@@ -1,0 +1,181 @@
+#include "vistrelle/platform/media/ffmpeg/demuxer.h"
+
+extern "C" {
+#include <libavutil/log.h>
+#include <libavutil/mem.h>
+}
+
+#include <array>
+#include <cstring>
+#include <mutex>
+
+#include "vistrelle/platform/base/log.h"
+
+namespace vistrelle::platform {
+namespace {
+
+// Containers of movies and sound. Playlists, session descriptions, picture sequences, scripts and everything else
+// that makes libavformat open something further is not among them.
+constexpr const char* kContainers =
+    "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,flv,asf,mpegts,mpeg,mxf,mxf_opatom,gxf,dv,ogg,nut,rm,wtv,ivf,obu,"
+    "h264,hevc,mpegvideo,m4v,h263,vc1,dirac,cavsvideo,mjpeg,yuv4mpegpipe,"
+    "mp3,aac,ac3,eac3,dts,dtshd,truehd,mlp,wav,w64,aiff,au,caf,flac,amr,ape,wv,tta,voc";
+
+int isInterrupted(void* opaque) {
+  return static_cast<const Interrupt*>(opaque)->requested ? 1 : 0;
+}
+
+void discardLine(void*, int, const char*, va_list) {}
+
+bool setOption(AVDictionary** options, const char* name, const char* value) {
+  return av_dict_set(options, name, value, 0) >= 0;
+}
+
+bool nameListed(const AVFormatContext& context, const char* name) {
+  const std::string listed = std::string(",") + context.iformat->name + ",";
+  return listed.find(std::string(",") + name + ",") != std::string::npos;
+}
+
+bool isComplete(const AVCodecParameters& parameters) {
+  switch (parameters.codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return parameters.codec_id != AV_CODEC_ID_NONE && parameters.width > 0 && parameters.height > 0;
+    case AVMEDIA_TYPE_AUDIO:
+      return parameters.codec_id != AV_CODEC_ID_NONE && parameters.sample_rate > 0;
+    default:
+      return true;
+  }
+}
+
+}  // namespace
+
+void prepareFfmpeg() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    av_log_set_callback(&discardLine);
+    av_max_alloc(MediaLimits::kMaxAllocation);
+  });
+}
+
+std::string avErrorText(int error) {
+  std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+  av_strerror(error, text.data(), text.size());
+  return text.data();
+}
+
+std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
+                                       const std::shared_ptr<Interrupt>& interrupt, bool findStreamInfo,
+                                       std::string* error) {
+  prepareFfmpeg();
+  const auto fail = [error](int code) {
+    if (error != nullptr) *error = avErrorText(code);
+    return nullptr;
+  };
+  std::unique_ptr<Demuxer> demuxer(new Demuxer());
+  demuxer->bytes_ = bytes;
+  demuxer->interrupt_ = interrupt;
+  demuxer->reader_ = std::make_unique<ByteReader>(bytes, interrupt);
+  AVFormatContext* context = avformat_alloc_context();
+  if (context == nullptr || demuxer->reader_->context() == nullptr) {
+    avformat_free_context(context);
+    return fail(AVERROR(ENOMEM));
+  }
+  context->pb = demuxer->reader_->context();
+  context->flags |= AVFMT_FLAG_CUSTOM_IO;
+  context->opaque = demuxer.get();
+  context->io_open = &Demuxer::ioOpen;
+  context->io_close2 = &Demuxer::ioClose;
+  context->interrupt_callback = {&isInterrupted, interrupt.get()};
+  context->max_streams = MediaLimits::kMaxStreams;
+  context->probesize = MediaLimits::kProbeBytes;
+  context->max_analyze_duration = MediaLimits::kAnalyzeMicroseconds;
+
+  AVDictionary* options = nullptr;
+  // An empty list of protocols means "no restriction" to libavformat, so it names one that does not exist.
+  // References in alias records reach ioOpen; whether they are followed is decided there.
+  const bool prepared =
+      setOption(&options, "protocol_whitelist", "none") && setOption(&options, "format_whitelist", kContainers) &&
+      setOption(&options, "enable_drefs", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1");
+  int status = prepared ? avformat_open_input(&context, "", nullptr, &options) : AVERROR(ENOMEM);
+  av_dict_free(&options);
+  if (status < 0) {
+    // avformat_open_input frees the context when it fails, but not when it was not called.
+    if (!prepared) avformat_free_context(context);
+    return fail(interrupt->requested ? AVERROR_EXIT : status);
+  }
+  demuxer->context_.reset(context);
+  if (findStreamInfo && demuxer->needsStreamInfo()) status = avformat_find_stream_info(context, nullptr);
+  if (status < 0 || interrupt->requested) return fail(status < 0 ? status : AVERROR_EXIT);
+  return demuxer;
+}
+
+Demuxer::~Demuxer() = default;
+
+bool Demuxer::isMovFamily() const {
+  return nameListed(*context_, "mov");
+}
+bool Demuxer::isMatroska() const {
+  return nameListed(*context_, "matroska");
+}
+
+bool Demuxer::needsStreamInfo() const {
+  if (!isMovFamily() && !isMatroska()) return true;
+  for (int i = 0; i < streamCount(); ++i) {
+    if (!isComplete(*stream(i)->codecpar)) return true;
+  }
+  return false;
+}
+
+int Demuxer::ioOpen(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary**) {
+  return static_cast<Demuxer*>(context->opaque)->openReference(context, io, url, flags);
+}
+
+int Demuxer::openReference(AVFormatContext* context, AVIOContext** io, const char* url, int flags) {
+  std::string cause = "references of this kind of movie are not followed";
+  std::shared_ptr<InputBytes> bytes;
+  if (context->iformat != nullptr && nameListed(*context, "mov") && (flags & AVIO_FLAG_WRITE) == 0) {
+    bytes = bytes_->openReference(url, &cause);
+  }
+  if (!bytes) {
+    log("movie reference     :-( refused '{}' ({})", url, cause);
+    return AVERROR(EACCES);
+  }
+  auto reader = std::make_unique<ByteReader>(std::move(bytes), interrupt_);
+  if (reader->context() == nullptr) return AVERROR(ENOMEM);
+  *io = reader->context();
+  references_.emplace(*io, std::move(reader));
+  return 0;
+}
+
+int Demuxer::ioClose(AVFormatContext* context, AVIOContext* io) {
+  static_cast<Demuxer*>(context->opaque)->references_.erase(io);
+  return 0;
+}
+
+void Demuxer::selectStream(int index) {
+  for (int i = 0; i < streamCount(); ++i) {
+    stream(i)->discard = index < 0 || i == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+}
+
+int Demuxer::read(AVPacket& packet) {
+  constexpr int kMaxRetries = 10000;  // damaged data must not hold the reader for ever
+  for (int retries = 0;;) {
+    av_packet_unref(&packet);
+    if (interrupt_->requested) return AVERROR_EXIT;
+    const int status = av_read_frame(context_.get(), &packet);
+    if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
+    if (status < 0) return status;
+    // Streams that appear late, or that a demuxer does not filter.
+    if (packet.stream_index < streamCount() && stream(packet.stream_index)->discard < AVDISCARD_ALL) return 0;
+  }
+}
+
+int Demuxer::seek(int streamIndex, std::int64_t timestamp, int flags) {
+  AVIOContext* io = context_->pb;
+  io->eof_reached = 0;
+  io->error = 0;
+  return av_seek_frame(context_.get(), streamIndex, timestamp, flags);
+}
+
+}  // namespace vistrelle::platform
