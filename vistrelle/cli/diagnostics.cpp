@@ -4,6 +4,8 @@
 #include <atomic>
 #include <cstdio>
 
+#include "vistrelle/platform/files/path.h"
+
 namespace vistrelle {
 namespace {
 
@@ -56,8 +58,9 @@ void redirectStdoutToFile(const std::string& path) {
     return;
   }
   log("redirectStdoutToFile…");
-  newStdout = std::freopen(path.c_str(), "a+", stdout);
-  newStderr = std::freopen(path.c_str(), "a+", stderr);
+  const std::string expanded = platform::expandingTilde(path);
+  newStdout = std::freopen(expanded.c_str(), "a+", stdout);
+  newStderr = std::freopen(expanded.c_str(), "a+", stderr);
 }
 
 const char* markerTime() {
