@@ -118,6 +118,10 @@ bool Demuxer::isMatroska() const {
   return nameListed(*context_, "matroska");
 }
 
+bool Demuxer::seeksByByte() const {
+  return nameListed(*context_, "mpegts") || nameListed(*context_, "mpeg");
+}
+
 bool Demuxer::needsStreamInfo() const {
   if (!isMovFamily() && !isMatroska()) return true;
   for (int i = 0; i < streamCount(); ++i) {

@@ -44,6 +44,8 @@ class Demuxer {
   AVStream* stream(int index) const { return context_->streams[index]; }
   bool isMovFamily() const;
   bool isMatroska() const;
+  /// Transport and program streams: reading can be taken up at any byte, and there is no index.
+  bool seeksByByte() const;
 
   /// Delivers no packet of other streams any more (-1: of none but all again).
   void selectStream(int index);

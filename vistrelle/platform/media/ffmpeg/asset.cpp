@@ -1,0 +1,179 @@
+#include "vistrelle/platform/media/ffmpeg/asset.h"
+
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/media/ffmpeg/movie_source.h"
+#include "vistrelle/platform/media/ffmpeg/movie_track.h"
+
+namespace vistrelle::platform {
+namespace {
+
+using Completions = std::vector<std::function<void()>>;
+
+void callAll(const Completions& completions) {
+  for (const std::function<void()>& completion : completions) {
+    if (completion) completion();
+  }
+}
+
+/// Runs `work` on a thread that nobody waits for: it may be stalled in a read for ever. Where no thread can be
+/// made it runs at once.
+template <typename Work>
+void runDetached(Work work) {
+  try {
+    std::thread(work).detach();
+  } catch (const std::system_error&) {
+    work();
+  }
+}
+
+void callElsewhere(Completions completions) {
+  if (completions.empty()) return;
+  runDetached([completions = std::move(completions)] { callAll(completions); });
+}
+
+}  // namespace
+
+/// What the asset and its loading thread share.
+struct UrlAsset::LoadState {
+  enum class Phase { notStarted, loading, ended };
+
+  std::mutex mutex;
+  Phase phase = Phase::notStarted;
+  Completions waiting;  // each is taken out once, by whoever calls it
+  std::shared_ptr<InputBytes> bytes;
+  std::shared_ptr<Interrupt> interrupt = std::make_shared<Interrupt>();
+  std::shared_ptr<MovieSource> source;
+  std::vector<std::shared_ptr<Track>> tracks;
+
+  void load(const std::string& name);
+  void cancel();
+};
+
+void UrlAsset::LoadState::load(const std::string& name) {
+  std::string error;
+  std::shared_ptr<MovieSource> opened = MovieSource::open(bytes, interrupt, &error);
+  Completions completions;
+  {
+    const std::lock_guard lock(mutex);
+    if (phase != Phase::loading) return;  // cancelled: who cancelled has called them
+    phase = Phase::ended;
+    completions = std::exchange(waiting, {});
+    source = std::move(opened);
+    for (std::size_t i = 0; source && i < source->streams().size(); ++i) {
+      if (source->streams()[i].isTrack) tracks.push_back(std::make_shared<MovieTrack>(source, static_cast<int>(i)));
+    }
+    bytes.reset();
+  }
+  if (!error.empty()) log("movie open          :-( '{}': {}", name, error);
+  callAll(completions);
+}
+
+void UrlAsset::LoadState::cancel() {
+  Completions completions;
+  {
+    const std::lock_guard lock(mutex);
+    // A movie that has been loaded goes on serving its tracks and generators.
+    if (phase == Phase::ended) return;
+    phase = Phase::ended;
+    interrupt->requested = true;
+    completions = std::exchange(waiting, {});
+  }
+  callElsewhere(std::move(completions));
+}
+
+UrlAsset::UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name)
+    : state_(std::make_shared<LoadState>()), name_(std::move(name)) {
+  state_->bytes = std::move(bytes);
+}
+
+UrlAsset::~UrlAsset() {
+  state_->cancel();
+}
+
+std::string UrlAsset::description() const {
+  return format("<Asset: {}>", name_);
+}
+
+void UrlAsset::loadValuesAsynchronously(std::span<const std::string>, std::function<void()> completion) {
+  // All facts come from one look at the movie, whichever are asked for.
+  {
+    const std::lock_guard lock(state_->mutex);
+    if (state_->phase == LoadState::Phase::loading) {
+      state_->waiting.push_back(std::move(completion));
+      return;
+    }
+    if (state_->phase == LoadState::Phase::notStarted) {
+      state_->waiting.push_back(std::move(completion));
+      state_->phase = LoadState::Phase::loading;
+      completion = nullptr;
+    }
+  }
+  if (completion) return callElsewhere({std::move(completion)});
+  runDetached([state = state_, name = name_] { state->load(name); });
+}
+
+void UrlAsset::cancelLoading() {
+  state_->cancel();
+}
+
+std::vector<std::shared_ptr<Track>> UrlAsset::tracks() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->tracks;
+}
+
+MediaTime UrlAsset::duration() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->source ? state_->source->duration() : MediaTime::zero();
+}
+
+bool UrlAsset::isPlayable() const {
+  bool any = false;
+  for (const std::shared_ptr<Track>& track : tracks()) {
+    if (track->mediaType() != MediaType::video && track->mediaType() != MediaType::audio) continue;
+    if (!track->isDecodable()) return false;
+    any = true;
+  }
+  return any;
+}
+
+bool UrlAsset::hasProtectedContent() const {
+  for (const std::shared_ptr<Track>& track : tracks()) {
+    if (track->isProtected()) return true;
+  }
+  return false;
+}
+
+std::unique_ptr<ImageGenerator> UrlAsset::makeImageGenerator() {
+  std::shared_ptr<MovieSource> source;
+  {
+    const std::lock_guard lock(state_->mutex);
+    source = state_->source;
+  }
+  const int stream = source ? source->pictureStream() : -1;
+  return stream < 0 ? nullptr : MovieTrack(source, stream).makeImageGenerator();
+}
+
+std::shared_ptr<Asset> FfmpegMediaLibrary::openAsset(const std::string& path, const OpenOptions&) {
+  std::string error;
+  std::shared_ptr<InputFile> file = InputFile::open(path, &error);
+  if (!file) {
+    log("movie open          :-( '{}': {}", path, error);
+    return nullptr;
+  }
+  return std::make_shared<UrlAsset>(std::move(file), path);
+}
+
+Seam<MediaLibrary>& mediaLibrary() {
+  static Seam<MediaLibrary> seam(
+      []() -> std::shared_ptr<MediaLibrary> { return std::make_shared<FfmpegMediaLibrary>(); });
+  return seam;
+}
+
+}  // namespace vistrelle::platform

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/ffmpeg/file_io.h"
+
+namespace vistrelle::platform {
+
+/// A movie in a file. Loads on a thread of its own, which shares nothing but LoadState with the asset: an asset may
+/// be dropped, also from its own completion, while a read is stalled.
+class UrlAsset : public Asset {
+ public:
+  /// `name` serves for descriptions only.
+  UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name);
+  /// Ends loading.
+  ~UrlAsset() override;
+
+  std::string description() const override;
+  AssetKind kind() const override { return AssetKind::urlAsset; }
+  void loadValuesAsynchronously(std::span<const std::string> keys, std::function<void()> completion) override;
+  void cancelLoading() override;
+  std::vector<std::shared_ptr<Track>> tracks() const override;
+  MediaTime duration() const override;
+  bool isPlayable() const override;
+  bool hasProtectedContent() const override;
+  std::unique_ptr<ImageGenerator> makeImageGenerator() override;
+
+ private:
+  struct LoadState;
+  std::shared_ptr<LoadState> state_;
+  std::string name_;
+};
+
+/// Opens movies with libavformat, in this process.
+class FfmpegMediaLibrary : public MediaLibrary {
+ public:
+  std::shared_ptr<Asset> openAsset(const std::string& path, const OpenOptions& options) override;
+};
+
+}  // namespace vistrelle::platform

@@ -1,0 +1,198 @@
+#include "vistrelle/platform/media/ffmpeg/movie_reader.h"
+
+#include <algorithm>
+#include <set>
+
+#include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/ffmpeg/decoder_check.h"
+#include "vistrelle/platform/media/ffmpeg/mov_facts.h"
+#include "vistrelle/platform/media/ffmpeg/packet_scan.h"
+#include "vistrelle/platform/media/ffmpeg/protection.h"
+
+namespace vistrelle::platform {
+namespace {
+
+MediaType mediaTypeOf(const AVCodecParameters& parameters) {
+  switch (parameters.codec_type) {
+    case AVMEDIA_TYPE_VIDEO:
+      return MediaType::video;
+    case AVMEDIA_TYPE_AUDIO:
+      return MediaType::audio;
+    case AVMEDIA_TYPE_SUBTITLE:
+      return MediaType::subtitle;
+    default:
+      return MediaType::other;
+  }
+}
+
+bool isSoundOrPicture(const StreamFacts& stream) {
+  return stream.isTrack && (stream.type == MediaType::video || stream.type == MediaType::audio);
+}
+
+/// The n-th track with a stream's number is the n-th stream with it: numbers are unique in sound files only.
+const mov::Track* trackOf(const mov::MovieHeader& header, const Demuxer& demuxer, int index) {
+  const int id = demuxer.stream(index)->id;
+  int earlier = 0;
+  for (int i = 0; i < index; ++i) earlier += demuxer.stream(i)->id == id ? 1 : 0;
+  for (const mov::Track& track : header.tracks) {
+    if (track.id == static_cast<std::uint32_t>(id) && earlier-- == 0) return &track;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+MovieReader::MovieReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Interrupt> interrupt)
+    : source_(new MovieSource()) {
+  source_->bytes_ = std::move(bytes);
+  source_->interrupt_ = std::move(interrupt);
+}
+
+std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
+  source_->first_ = Demuxer::open(source_->bytes_, source_->interrupt_, true, error);
+  if (!source_->first_) return nullptr;
+  source_->isMovFamily_ = source_->first_->isMovFamily();
+  source_->zero_ = MediaTime::zero();
+  const auto fail = [error](int code) {
+    if (error != nullptr) *error = avErrorText(code);
+    return nullptr;
+  };
+  if (!listStreams()) return fail(AVERROR(ENOMEM));
+  if (source_->isMovFamily_) readMovHeader();
+  if (!hasSampleFacts_ && !usePacketFacts()) return fail(AVERROR_EXIT);
+  checkProtection();
+  checkDecoders();
+  measureDuration();
+  if (source_->interrupt_->requested) return fail(AVERROR_EXIT);
+  return source_;
+}
+
+bool MovieReader::listStreams() {
+  const Demuxer& demuxer = *source_->first_;
+  std::set<std::int32_t> numbers;
+  for (int i = 0; i < demuxer.streamCount(); ++i) {
+    const AVStream& stream = *demuxer.stream(i);
+    StreamFacts facts;
+    facts.index = i;
+    facts.type = mediaTypeOf(*stream.codecpar);
+    facts.isTrack = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+    facts.trackId = stream.id > 0 && !numbers.contains(stream.id) ? stream.id : i + 1;
+    while (numbers.contains(facts.trackId)) ++facts.trackId;
+    numbers.insert(facts.trackId);
+    facts.parameters.reset(avcodec_parameters_alloc());
+    if (!facts.parameters || avcodec_parameters_copy(facts.parameters.get(), stream.codecpar) < 0) return false;
+    source_->streams_.push_back(std::move(facts));
+    source_->timeBases_.push_back(stream.time_base);
+  }
+  return true;
+}
+
+void MovieReader::readMovHeader() {
+  MovieSource& source = *source_;
+  header_ = mov::readMovieHeader(source.bytes_->size(), [&source](std::int64_t offset, std::span<std::uint8_t> buffer) {
+    return source.interrupt_->requested ? -1 : source.bytes_->readAt(offset, buffer);
+  });
+  if (header_) useMovFacts(*header_);
+}
+
+void MovieReader::useMovFacts(const mov::MovieHeader& header) {
+  bool everyTrackFound = true;
+  for (StreamFacts& stream : source_->streams_) {
+    const mov::Track* track = trackOf(header, *source_->first_, stream.index);
+    if (track == nullptr) {
+      everyTrackFound = everyTrackFound && !stream.isTrack;
+      continue;
+    }
+    // Chapter pictures are a track of the movie, although libavformat calls them attached.
+    stream.isTrack = true;
+    stream.type = mediaTypeOf(track->handler);
+    stream.isEnabled = track->isEnabled;
+    stream.isProtected = track->isProtected;
+    stream.range = rangeOf(*track, header);
+    stream.frameRate = stream.type == MediaType::video ? frameRateOf(*track) : 0;
+    stream.cleanAperture = track->cleanAperture;
+    stream.pixelAspect = track->pixelAspect;
+    if (hasUnreachableData(*track)) {
+      stream.isDecodable = false;
+      log("movie reference     :-( refused '{}' (track {})",
+          track->dataReferences[track->dataReferenceIndex - 1U].location, track->id);
+    }
+  }
+  hasSampleFacts_ = everyTrackFound;
+}
+
+bool MovieReader::usePacketFacts() {
+  // Reading on in the first demuxer would spoil it for pictures, except where any byte can be returned to.
+  Demuxer& first = *source_->first_;
+  const bool returns = first.seeksByByte();
+  std::unique_ptr<Demuxer> second;
+  if (!returns) second = Demuxer::open(source_->bytes_, source_->interrupt_, true, nullptr);
+  if (!returns && !second) return false;
+  Demuxer& demuxer = returns ? first : *second;
+  const PacketScan scan = scanPackets(demuxer, source_->bytes_->size());
+  if (scan.status < 0) return false;
+  if (!source_->isMovFamily_) chooseZero(demuxer);
+  for (StreamFacts& facts : source_->streams_) {
+    const AVStream& stream = *demuxer.stream(facts.index);
+    const auto index = static_cast<std::size_t>(facts.index);
+    const PacketSpan span = index < scan.streams.size() ? scan.streams[index] : PacketSpan{};
+    if (scan.isComplete && span.count == 0) continue;
+    const std::int64_t start = span.start.value_or(0);
+    const std::int64_t stated = stream.duration > 0 ? stream.duration : 0;
+    const std::int64_t end = std::max(start, span.end.value_or(av_sat_add64(start, stated)));
+    const MediaTime from = source_->timeOf(facts.index, start);
+    facts.range = {from, source_->timeOf(facts.index, end) - from};
+    if (facts.type == MediaType::video) {
+      facts.frameRate = packetFrameRate(stream, scan.isComplete ? span.count : 0, facts.range);
+    }
+  }
+  if (returns && first.seek(-1, 0, AVSEEK_FLAG_BYTE) < 0) source_->first_.reset();
+  return true;
+}
+
+/// The container's start time, as libavformat defines it, but exact: the earliest start of sound and pictures.
+void MovieReader::chooseZero(const Demuxer& scanned) {
+  std::optional<MediaTime> earliest;
+  for (const StreamFacts& facts : source_->streams_) {
+    const std::int64_t start = scanned.stream(facts.index)->start_time;
+    if (start == AV_NOPTS_VALUE || !isSoundOrPicture(facts)) continue;
+    const MediaTime time = source_->timeOf(facts.index, start);
+    if (!earliest || time < *earliest) earliest = time;
+  }
+  if (earliest) source_->zero_ = *earliest;
+}
+
+float MovieReader::packetFrameRate(const AVStream& stream, std::int64_t count, const TimeRange& range) const {
+  if (stream.avg_frame_rate.num > 0) return static_cast<float>(av_q2d(stream.avg_frame_rate));
+  const double seconds = range.duration.seconds();
+  if (count > 0 && seconds > 0) return static_cast<float>(static_cast<double>(count) / seconds);
+  return stream.r_frame_rate.num > 0 ? static_cast<float>(av_q2d(stream.r_frame_rate)) : 0.0F;
+}
+
+void MovieReader::checkProtection() {
+  const Demuxer* demuxer = source_->first_.get();
+  if (demuxer == nullptr) return;
+  const bool whole = isWholeMovieProtected(*demuxer->context(), *source_->bytes_);
+  for (StreamFacts& facts : source_->streams_) {
+    if (!isSoundOrPicture(facts)) continue;
+    facts.isProtected = facts.isProtected || whole || isStreamProtected(*demuxer->stream(facts.index));
+  }
+}
+
+void MovieReader::checkDecoders() {
+  for (StreamFacts& facts : source_->streams_) {
+    if (!isSoundOrPicture(facts)) continue;
+    // Without its key an encrypted track has no decoder.
+    facts.isDecodable = facts.isDecodable && !facts.isProtected && decoderOpens(*facts.parameters);
+  }
+}
+
+void MovieReader::measureDuration() {
+  MediaTime end = MediaTime::zero();
+  for (const StreamFacts& facts : source_->streams_) {
+    if (facts.isTrack && facts.range.isValid()) end = std::max(end, facts.range.end());
+  }
+  source_->duration_ = end;
+}
+
+}  // namespace vistrelle::platform

@@ -1,0 +1,172 @@
+#include "vistrelle/platform/media/ffmpeg/packet_scan.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vistrelle::platform {
+namespace {
+
+constexpr std::int64_t kHeadBytes = std::int64_t{4} << 20;
+constexpr std::int64_t kFirstTailBytes = std::int64_t{1} << 20;
+// Above this a movie whose end cannot be found through an index is believed when it states how long it is.
+constexpr std::int64_t kMaxScanBytes = std::int64_t{64} << 20;
+
+bool isSoundOrPicture(const AVStream& stream) {
+  const AVMediaType type = stream.codecpar->codec_type;
+  return (type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO) &&
+         (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) == 0;
+}
+
+class Scanner {
+ public:
+  Scanner(Demuxer& demuxer, std::int64_t fileSize)
+      : demuxer_(demuxer), fileSize_(fileSize), packet_(av_packet_alloc()) {}
+
+  PacketScan scan() {
+    if (!packet_) return failed(AVERROR(ENOMEM));
+    result_.streams.resize(static_cast<std::size_t>(demuxer_.streamCount()));
+    int status = readHead();
+    if (status >= 0) status = readTail();
+    return status < 0 && status != AVERROR_EOF ? failed(status) : std::move(result_);
+  }
+
+ private:
+  PacketScan failed(int status) {
+    result_.status = status;
+    return std::move(result_);
+  }
+
+  void note(const AVPacket& packet) {
+    const auto index = static_cast<std::size_t>(packet.stream_index);
+    if (index >= result_.streams.size()) result_.streams.resize(index + 1);
+    PacketSpan& span = result_.streams[index];
+    ++span.count;
+    const std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
+    if (time == AV_NOPTS_VALUE || (packet.flags & AV_PKT_FLAG_DISCARD) != 0) return;
+    const std::int64_t end = av_sat_add64(time, std::max<std::int64_t>(packet.duration, 0));
+    span.end = span.end ? std::max(*span.end, end) : end;
+  }
+
+  template <typename Test>
+  bool everyStream(Test test) const {
+    for (int i = 0; i < demuxer_.streamCount(); ++i) {
+      if (isSoundOrPicture(*demuxer_.stream(i)) && !test(i)) return false;
+    }
+    return true;
+  }
+
+  bool hasEnd(int index) const {
+    const auto position = static_cast<std::size_t>(index);
+    return position < result_.streams.size() && result_.streams[position].end.has_value();
+  }
+
+  /// Until every stream has said where it starts. libavformat notes that in the stream, reordering considered.
+  int readHead() {
+    std::int64_t seen = 0;
+    int status = 0;
+    while (status >= 0 && seen < kHeadBytes &&
+           !everyStream([this](int i) { return demuxer_.stream(i)->start_time != AV_NOPTS_VALUE; })) {
+      status = demuxer_.read(*packet_);
+      if (status < 0) break;
+      note(*packet_);
+      seen += packet_->size;
+    }
+    if (status == AVERROR_EXIT) return status;
+    atEnd_ = status < 0;  // damaged data ends a movie like its end does
+    for (int i = 0; i < demuxer_.streamCount(); ++i) {
+      const std::int64_t start = demuxer_.stream(i)->start_time;
+      if (static_cast<std::size_t>(i) >= result_.streams.size())
+        result_.streams.resize(static_cast<std::size_t>(i) + 1);
+      if (start != AV_NOPTS_VALUE) result_.streams[static_cast<std::size_t>(i)].start = start;
+    }
+    return 0;
+  }
+
+  int readToEnd() {
+    for (;;) {
+      const int status = demuxer_.read(*packet_);
+      if (status == AVERROR_EXIT) return status;
+      if (status < 0) return 0;
+      note(*packet_);
+    }
+  }
+
+  bool statesDurations() const {
+    const AVFormatContext& context = *demuxer_.context();
+    if (context.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE) return false;
+    return context.duration > 0 || everyStream([this](int i) { return demuxer_.stream(i)->duration > 0; });
+  }
+
+  int readTail() {
+    if (atEnd_) {
+      result_.isComplete = true;
+      return 0;
+    }
+    if (fileSize_ > kFirstTailBytes) {
+      const int status = demuxer_.seeksByByte() ? readTailByBytes() : readTailByIndex();
+      if (status < 0 || everyStream([this](int i) { return hasEnd(i) && foundInTail_; })) return status;
+      if (fileSize_ > kMaxScanBytes && statesDurations()) return 0;
+    }
+    // What the head left is read: the counts are those of the whole movie, unless a tail was tried before.
+    if (const int status = readToEnd(); status < 0) return status;
+    result_.isComplete = !moved_;
+    return 0;
+  }
+
+  void forgetEnds() {
+    for (PacketSpan& span : result_.streams) span.end.reset();
+  }
+
+  int readTailByBytes() {
+    for (std::int64_t bytes = kFirstTailBytes; bytes < fileSize_; bytes *= 4) {
+      if (demuxer_.seek(-1, fileSize_ - bytes, AVSEEK_FLAG_BYTE) < 0) return 0;
+      moved_ = true;
+      forgetEnds();
+      if (const int status = readToEnd(); status < 0) return status;
+      foundInTail_ = everyStream([this](int i) { return hasEnd(i); });
+      if (foundInTail_) return 0;
+    }
+    forgetEnds();
+    demuxer_.seek(-1, 0, AVSEEK_FLAG_BYTE);
+    return 0;
+  }
+
+  /// From the last place that the container's index knows.
+  int readTailByIndex() {
+    const int reference = av_find_default_stream_index(demuxer_.context());
+    if (reference < 0) return 0;
+    AVStream* stream = demuxer_.stream(reference);
+    const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+    // Some containers read their index on the first seek only.
+    moved_ = true;
+    forgetEnds();
+    if (demuxer_.seek(reference, start, AVSEEK_FLAG_BACKWARD) < 0) return 0;
+    const int entries = avformat_index_get_entries_count(stream);
+    if (entries < 2) return 0;
+    const std::int64_t last = avformat_index_get_entry(stream, entries - 1)->timestamp;
+    if (demuxer_.seek(reference, last, AVSEEK_FLAG_BACKWARD) >= 0) {
+      if (const int status = readToEnd(); status < 0) return status;
+      foundInTail_ = everyStream([this](int i) { return hasEnd(i); });
+      if (foundInTail_) return 0;
+    }
+    forgetEnds();
+    demuxer_.seek(reference, start, AVSEEK_FLAG_BACKWARD);
+    return 0;
+  }
+
+  Demuxer& demuxer_;
+  std::int64_t fileSize_;
+  AvPtr<AVPacket> packet_;
+  PacketScan result_;
+  bool atEnd_ = false;
+  bool moved_ = false;
+  bool foundInTail_ = false;
+};
+
+}  // namespace
+
+PacketScan scanPackets(Demuxer& demuxer, std::int64_t fileSize) {
+  return Scanner(demuxer, fileSize).scan();
+}
+
+}  // namespace vistrelle::platform
