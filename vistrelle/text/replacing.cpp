@@ -4,20 +4,23 @@
 
 #include <algorithm>
 
-#include "vistrelle/cli/diagnostics.h"
 #include "vistrelle/platform/base/utf8.h"
 
 namespace vistrelle {
 
+std::vector<std::size_t> bordersOf(std::string_view text) {
+  std::vector<std::size_t> borders(text.size() + 1, 0);
+  for (std::size_t i = 1, border = 0; i < text.size(); ++i) {
+    while (border > 0 && text[i] != text[border]) border = borders[border];
+    if (text[i] == text[border]) ++border;
+    borders[i + 1] = border;
+  }
+  return borders;
+}
+
 TextSearch::TextSearch(std::string_view search) : search_(search) {
   // A valid search begins with a byte that begins a character wherever it occurs, and ends where that character ends.
-  if (platform::isValidUtf8(search)) return;
-  borders_.assign(search.size() + 1, 0);
-  for (std::size_t i = 1, border = 0; i < search.size(); ++i) {
-    while (border > 0 && search[i] != search[border]) border = borders_[border];
-    if (search[i] == search[border]) ++border;
-    borders_[i + 1] = border;
-  }
+  if (!platform::isValidUtf8(search)) borders_ = bordersOf(search);
 }
 
 std::size_t TextSearch::find(std::string_view text, std::size_t from) const {
@@ -48,7 +51,8 @@ std::string TextSearch::replacedIn(std::string_view text, std::string_view repla
   return replacedIn(text, replacement, find(text, 0));
 }
 
-std::string TextSearch::replacedIn(std::string_view text, std::string_view replacement, std::size_t first) const {
+std::string TextSearch::replacedIn(std::string_view text, std::string_view replacement, std::size_t first,
+                                   std::size_t* count) const {
   std::string result;
   result.reserve(text.size() + (replacement.size() > search_.size() ? text.size() / 8 + replacement.size() : 0));
   std::size_t copied = 0;
@@ -56,19 +60,10 @@ std::string TextSearch::replacedIn(std::string_view text, std::string_view repla
     result.append(text, copied, at - copied);
     result.append(replacement);
     copied = at + search_.size();
+    if (count) ++*count;
   }
   result.append(text, copied, text.size() - copied);
   return result;
-}
-
-std::string repeatedWhileFound(std::string text, const std::string& search, const std::string& replacement) {
-  const TextSearch wanted(search);
-  for (std::size_t at = wanted.find(text, 0); at != std::string_view::npos; at = wanted.find(text, 0)) {
-    text = wanted.replacedIn(text, replacement, at);
-    logVerbose("findAndReplace #def : isRecursive, returnStr('{}'), searchStr('{}'), replaceStr('{}')", text, search,
-               replacement);
-  }
-  return text;
 }
 
 }  // namespace vistrelle
