@@ -1,0 +1,176 @@
+#pragma once
+
+// What a generator is compared with: a plain linear decode of the whole movie, written with libav's own calls and
+// nothing of ours.
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+}
+
+#include <algorithm>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "vistrelle/platform/imaging/picture.h"
+#include "vistrelle/platform/media/media_time.h"
+
+namespace vistrelle::testing {
+
+struct ReferenceFrame {
+  platform::MediaTime time;
+  std::uint64_t hash = 0;
+};
+
+struct Reference {
+  std::string error;                   // empty when it could be decoded
+  std::vector<ReferenceFrame> frames;  // in presentation order
+  bool counted = false;
+
+  /// The last frame not after `time`, the first one when all are later.
+  std::size_t indexAt(const platform::MediaTime& time) const {
+    std::size_t index = 0;
+    for (std::size_t i = 0; i < frames.size() && frames[i].time <= time; ++i) index = i;
+    return index;
+  }
+};
+
+inline std::uint64_t hashOfPlanes(const std::string& layout, int width, int height, const std::uint8_t* const data[4],
+                                  const int rowBytes[4]) {
+  std::uint64_t hash = 14695981039346656037ULL;
+  const auto mix = [&hash](std::uint8_t byte) { hash = (hash ^ byte) * 1099511628211ULL; };
+  for (const char letter : layout) mix(static_cast<std::uint8_t>(letter));
+  const AVPixelFormat format = av_get_pix_fmt(layout.c_str());
+  const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+  for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
+    const bool isChroma = plane == 1 || plane == 2;
+    const int rows = isChroma ? -(-height >> descriptor->log2_chroma_h) : height;
+    const int bytes = av_image_get_linesize(format, width, plane);
+    for (int y = 0; y < rows; ++y) {
+      const std::uint8_t* row = data[plane] + static_cast<std::ptrdiff_t>(y) * rowBytes[plane];
+      for (int x = 0; x < bytes; ++x) mix(row[x]);
+    }
+  }
+  return hash;
+}
+
+inline std::uint64_t hashOf(const platform::PlanarImage& image) {
+  const std::uint8_t* data[4];
+  int rowBytes[4];
+  for (std::size_t i = 0; i < 4; ++i) {
+    data[i] = image.planes[i].data;
+    rowBytes[i] = image.planes[i].rowBytes;
+  }
+  return hashOfPlanes(image.layout, image.width, image.height, data, rowBytes);
+}
+
+class LinearDecode {
+ public:
+  explicit LinearDecode(const std::string& path) {
+    if (avformat_open_input(&format_, path.c_str(), nullptr, nullptr) < 0) {
+      reference_.error = "not a movie";
+      return;
+    }
+    avformat_find_stream_info(format_, nullptr);
+    for (unsigned i = 0; i < format_->nb_streams && stream_ == nullptr; ++i) {
+      AVStream* stream = format_->streams[i];
+      const bool isCover = (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
+      if (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && !isCover) stream_ = stream;
+    }
+    const AVCodec* codec = stream_ == nullptr ? nullptr : avcodec_find_decoder(stream_->codecpar->codec_id);
+    if (codec == nullptr) {
+      reference_.error = "no picture";
+      return;
+    }
+    decoder_ = avcodec_alloc_context3(codec);
+    avcodec_parameters_to_context(decoder_, stream_->codecpar);
+    decoder_->pkt_timebase = stream_->time_base;
+    decoder_->thread_count = 1;
+    if (avcodec_open2(decoder_, codec, nullptr) < 0) reference_.error = "no decoder";
+  }
+  ~LinearDecode() {
+    avcodec_free_context(&decoder_);
+    avformat_close_input(&format_);
+  }
+  LinearDecode(const LinearDecode&) = delete;
+  LinearDecode& operator=(const LinearDecode&) = delete;
+
+  Reference run() {
+    if (reference_.error.empty()) {
+      decodeAll();
+      giveTimes();
+      if (reference_.frames.empty()) reference_.error = "no frame";
+    }
+    return reference_;
+  }
+
+ private:
+  void decodeAll() {
+    AVPacket* packet = av_packet_alloc();
+    int failures = 0;
+    while (failures < 100) {
+      const int status = av_read_frame(format_, packet);
+      if (status == AVERROR_INVALIDDATA) {
+        ++failures;
+        continue;
+      }
+      if (status < 0) break;
+      if (packet->stream_index == stream_->index && avcodec_send_packet(decoder_, packet) >= 0) takeFrames();
+      av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    avcodec_send_packet(decoder_, nullptr);
+    takeFrames();
+  }
+
+  void takeFrames() {
+    AVFrame* frame = av_frame_alloc();
+    while (avcodec_receive_frame(decoder_, frame) >= 0) {
+      if ((frame->flags & AV_FRAME_FLAG_DISCARD) == 0) {
+        pts_.push_back(frame->pts);
+        const std::string layout = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame->format));
+        reference_.frames.push_back(
+            {{}, hashOfPlanes(layout, frame->width, frame->height, frame->data, frame->linesize)});
+      }
+      av_frame_unref(frame);
+    }
+    av_frame_free(&frame);
+  }
+
+  void giveTimes() {
+    const std::string_view name = format_->iformat->name;
+    const bool isMov = name.starts_with("mov,");
+    const std::set<std::int64_t> distinct(pts_.begin(), pts_.end());
+    const bool hasNoTimes = name == "avi" || (format_->iformat->flags & AVFMT_NOTIMESTAMPS) != 0;
+    reference_.counted = hasNoTimes || distinct.contains(AV_NOPTS_VALUE) || (!isMov && distinct.size() < pts_.size());
+    const AVRational tb = stream_->time_base;
+    const std::int64_t zero =
+        isMov || format_->start_time == AV_NOPTS_VALUE ? 0 : av_rescale_q(format_->start_time, {1, 1000000}, tb);
+    const auto timeOf = [&](std::int64_t pts) { return platform::MediaTime::make((pts - zero) * tb.num, tb.den); };
+    const AVRational rate = av_guess_frame_rate(format_, stream_, nullptr);
+    const bool startsLate = !hasNoTimes && !pts_.empty() && pts_[0] != AV_NOPTS_VALUE;
+    const platform::MediaTime first = startsLate ? timeOf(pts_[0]) : platform::MediaTime::zero();
+    for (std::size_t i = 0; i < pts_.size(); ++i) {
+      reference_.frames[i].time =
+          reference_.counted ? first + platform::MediaTime::make(static_cast<std::int64_t>(i) * rate.den, rate.num)
+                             : timeOf(pts_[i]);
+    }
+  }
+
+  AVFormatContext* format_ = nullptr;
+  AVStream* stream_ = nullptr;
+  AVCodecContext* decoder_ = nullptr;
+  std::vector<std::int64_t> pts_;
+  Reference reference_;
+};
+
+inline Reference referenceOf(const std::string& path) {
+  return LinearDecode(path).run();
+}
+
+}  // namespace vistrelle::testing

@@ -1,0 +1,71 @@
+#include "vistrelle/platform/media/ffmpeg/frame_decoder.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "vistrelle/platform/media/ffmpeg/demuxer.h"
+
+namespace vistrelle::platform {
+
+namespace {
+
+// More threads hold more frames at a time and gain little.
+constexpr int kMostThreads = 8;
+
+int threadCount(int wanted) {
+  if (wanted > 0) return wanted;
+  return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostThreads);
+}
+
+}  // namespace
+
+std::unique_ptr<FrameDecoder> FrameDecoder::open(const AVCodecParameters& parameters, AVRational timeBase,
+                                                 Threading threading, int threads, bool patient, std::string* error) {
+  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  std::unique_ptr<FrameDecoder> decoder(new FrameDecoder);
+  decoder->context_.reset(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
+  AVCodecContext* context = decoder->context_.get();
+  if (context == nullptr) {
+    *error = codec == nullptr ? "no decoder for the movie's pictures" : avErrorText(AVERROR(ENOMEM));
+    return nullptr;
+  }
+  int status = avcodec_parameters_to_context(context, &parameters);
+  if (status >= 0) {
+    context->pkt_timebase = timeBase;
+    context->thread_count = threading == Threading::one ? 1 : threadCount(threads);
+    context->thread_type = threading == Threading::frames ? FF_THREAD_FRAME : FF_THREAD_SLICE;
+    if (patient) context->strict_std_compliance = FF_COMPLIANCE_STRICT;
+    context->max_pixels = MediaLimits::kMaxPixels;
+    status = avcodec_open2(context, codec, nullptr);
+  }
+  if (status < 0) {
+    *error = avErrorText(status);
+    return nullptr;
+  }
+  decoder->threading_ = threading;
+  decoder->patient_ = patient;
+  return decoder;
+}
+
+bool FrameDecoder::send(const AVPacket* packet, bool skipNonReference) {
+  context_->skip_frame = skipNonReference ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+  return avcodec_send_packet(context_.get(), packet) >= 0;
+}
+
+FrameDecoder::Status FrameDecoder::receive(AVFrame& frame) {
+  const int status = avcodec_receive_frame(context_.get(), &frame);
+  if (status >= 0) return Status::frame;
+  if (status == AVERROR(EAGAIN)) return Status::needsPacket;
+  return status == AVERROR_EOF ? Status::end : Status::error;
+}
+
+void FrameDecoder::flush() {
+  avcodec_flush_buffers(context_.get());
+}
+
+bool isIntraOnly(AVCodecID codec) {
+  const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec);
+  return descriptor != nullptr && (descriptor->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
+}
+
+}  // namespace vistrelle::platform

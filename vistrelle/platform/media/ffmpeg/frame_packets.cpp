@@ -1,0 +1,100 @@
+#include "vistrelle/platform/media/ffmpeg/frame_packets.h"
+
+namespace vistrelle::platform {
+
+namespace {
+
+// A damaged stretch may cost this many packets in a row before the rest of the movie is given up.
+constexpr int kUnreadableInARow = 64;
+
+bool isEncrypted(const AVPacket& packet) {
+  std::size_t size = 0;
+  return av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, &size) != nullptr;
+}
+
+}  // namespace
+
+void FramePackets::forgetQueue() {
+  queue_.clear();
+  queuedBytes_ = 0;
+  atEnd_ = false;
+  failure_.clear();
+  unreadable_ = 0;
+}
+
+bool FramePackets::restart() {
+  if (isAtStart()) return true;
+  forgetQueue();
+  std::string error;
+  demuxer_ = source_->makeDemuxer(&error);
+  if (!demuxer_ || streamIndex_ >= demuxer_->streamCount()) {
+    demuxer_.reset();
+    failure_ = error.empty() ? "the movie cannot be read any more" : error;
+    return false;
+  }
+  ++statistics_.reopenings;
+  demuxer_->selectStream(streamIndex_);
+  untouched_ = true;
+  return true;
+}
+
+bool FramePackets::seekBackward(std::int64_t ticks) {
+  if (!demuxer_ && !restart()) return false;
+  forgetQueue();
+  untouched_ = false;
+  ++statistics_.seeks;
+  return demuxer_->seek(streamIndex_, ticks, AVSEEK_FLAG_BACKWARD) >= 0;
+}
+
+bool FramePackets::seekToByte(std::int64_t position) {
+  if (!demuxer_ && !restart()) return false;
+  forgetQueue();
+  untouched_ = false;
+  ++statistics_.seeks;
+  return demuxer_->seek(streamIndex_, position, AVSEEK_FLAG_BYTE) >= 0;
+}
+
+bool FramePackets::readMore() {
+  if (!demuxer_ || atEnd_ || !failure_.empty()) return false;
+  untouched_ = false;
+  for (int unreadableInARow = 0;;) {
+    AvPtr<AVPacket> packet(av_packet_alloc());
+    if (!packet) {
+      failure_ = avErrorText(AVERROR(ENOMEM));
+      return false;
+    }
+    const int status = demuxer_->read(*packet);
+    if (status == AVERROR_EOF) {
+      atEnd_ = true;
+      return false;
+    }
+    if (status == AVERROR_INVALIDDATA && ++unreadableInARow < kUnreadableInARow) {
+      ++unreadable_;
+      continue;
+    }
+    if (status < 0) {
+      failure_ = avErrorText(status);
+      return false;
+    }
+    // Packets of other streams, and empty ones (a frame that an AVI file left out), are not frames.
+    if (packet->stream_index != streamIndex_ || packet->size <= 0) continue;
+    if (isEncrypted(*packet)) {
+      failure_ = "the movie's pictures are encrypted";
+      return false;
+    }
+    ++statistics_.packetsRead;
+    queuedBytes_ += packet->size;
+    queue_.push_back(std::move(packet));
+    return true;
+  }
+}
+
+AvPtr<AVPacket> FramePackets::takeFirst() {
+  if (queue_.empty()) return nullptr;
+  AvPtr<AVPacket> packet = std::move(queue_.front());
+  queue_.pop_front();
+  queuedBytes_ -= packet->size;
+  return packet;
+}
+
+}  // namespace vistrelle::platform

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "vistrelle/platform/media/ffmpeg/movie_source.h"
+
+namespace vistrelle::platform {
+
+/// How far the presentation times of a stream can be relied on.
+enum class TimesKind {
+  stated,        ///< every frame says when it is shown
+  notStated,     ///< the container has no presentation times: frames are counted from zero
+  contradictory  ///< some are missing, doubled or run backwards: frames are counted from the first one's time
+};
+
+/// Looks at the container and, where that says nothing, at the packets: all of a small movie, those at several places
+/// of a large one (what is missing between known times is then filled in when it is met). Nothing is decoded.
+/// The same movie always gives the same answer.
+TimesKind surveyTimes(MovieSource& source, int streamIndex, const Demuxer& opened);
+
+}  // namespace vistrelle::platform
