@@ -1,5 +1,7 @@
 #include "tests/support/scratch_folder.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,8 +10,10 @@
 
 namespace vistrelle::testing {
 
-ScratchFolder::ScratchFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "vistrelle-test-XXXXXX").string();
+ScratchFolder::ScratchFolder(Place place) {
+  const bool inMemory = place == Place::memory && ::access("/dev/shm", W_OK) == 0;
+  const std::filesystem::path parent = inMemory ? "/dev/shm" : std::filesystem::temp_directory_path();
+  std::string pattern = (parent / "vistrelle-test-XXXXXX").string();
   if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
   path_ = pattern;
 }

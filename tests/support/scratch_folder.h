@@ -7,7 +7,11 @@ namespace vistrelle::testing {
 /// A fresh empty folder under the system's temporary folder, removed with all it holds at the end.
 class ScratchFolder {
  public:
-  ScratchFolder();
+  enum class Place {
+    temporary,
+    memory,  ///< in memory where the system has such a place: for tests with very many files
+  };
+  explicit ScratchFolder(Place place = Place::temporary);
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;

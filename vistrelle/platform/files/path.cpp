@@ -100,7 +100,7 @@ std::string appendingPathComponent(std::string_view path, std::string_view compo
   std::string joined = droppingTrailingSlashes(path);
   if (component.empty()) return joined;
   if (joined != "/") joined += '/';
-  return joined.append(component);
+  return joined.append(droppingTrailingSlashes(component));
 }
 
 std::string homeFolderOfRecord() {
