@@ -5,9 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
+#include <utility>
 
 #include "vistrelle/platform/files/file_place.h"
 #include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/files/termination_hold.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -70,6 +73,8 @@ void takeBack(const std::string& path, int file) {
 
 int writeFileInPlace(const std::string& path, Bytes bytes) {
   if (path.find('\0') != std::string::npos) return EINVAL;
+  // A picture is written in moments; better a late end of the process than half a file under the final name.
+  std::optional<TerminationHold> hold(std::in_place);
   constexpr int flags = O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC;
   bool isNew = false;
   UniqueFd file(::open(path.c_str(), flags));
@@ -82,6 +87,7 @@ int writeFileInPlace(const std::string& path, Bytes bytes) {
   if (::fstat(file.get(), &status) != 0) return errno;
   if (!S_ISREG(status.st_mode)) {
     // Only the opening must not block; a pipe's reader may be slow.
+    hold.reset();
     ::fcntl(file.get(), F_SETFL, ::fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
     return writeAll(file.get(), bytes);
   }
@@ -100,6 +106,7 @@ int writeFileByReplacing(const std::string& path, Bytes bytes) {
   const bool replaces = ::fstatat(folder, place.name.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0;
   if (replaces && S_ISDIR(former.st_mode)) return EISDIR;
 
+  const TerminationHold hold;  // no temporary is left behind either
   std::string temporary;
   UniqueFd file;
   int code = createTemporary(temporary, [&](const std::string& name) {
