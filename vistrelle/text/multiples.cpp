@@ -47,7 +47,8 @@ class CommonDivisors {
       return 0;
     }
     for (uint64_t cofactor = greatest_ / first; cofactor >= greatest_ / last; --cofactor) {
-      if (greatest_ % cofactor == 0 && has(greatest_ / cofactor)) return static_cast<int64_t>(greatest_ / cofactor);
+      const uint64_t candidate = greatest_ / cofactor;
+      if (greatest_ % cofactor == 0 && candidate <= last && has(candidate)) return static_cast<int64_t>(candidate);
     }
     return 0;
   }

@@ -3,7 +3,6 @@
 #include <gumbo.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
 
 namespace vistrelle::platform {
@@ -33,10 +32,11 @@ class Layout {
   void text(std::string_view text, const Style& style, bool preformatted) {
     for (const char c : text) {
       if (!preformatted && isHtmlSpace(c)) {
+        if (!blankPending_) blankStyle_ = style;
         blankPending_ = !atLineStart_;
         continue;
       }
-      if (blankPending_) put(' ', style);
+      if (blankPending_) put(' ', blankStyle_);
       blankPending_ = false;
       put(c, style);
       atLineStart_ = preformatted && c == '\n';
@@ -75,6 +75,7 @@ class Layout {
 
   std::vector<HtmlRun> runs_;
   Style style_;
+  Style blankStyle_;
   bool blankPending_ = false;
   bool atLineStart_ = true;
 };
