@@ -163,9 +163,13 @@ void MovieReader::chooseZero(const Demuxer& scanned) {
 }
 
 float MovieReader::packetFrameRate(const AVStream& stream, std::int64_t count, const TimeRange& range) const {
-  if (stream.avg_frame_rate.num > 0) return static_cast<float>(av_q2d(stream.avg_frame_rate));
+  // Some containers give their clock (1000 in FLV) as an average; the packets know better.
+  const double average = stream.avg_frame_rate.num > 0 ? av_q2d(stream.avg_frame_rate) : 0;
   const double seconds = range.duration.seconds();
-  if (count > 0 && seconds > 0) return static_cast<float>(static_cast<double>(count) / seconds);
+  if ((average <= 0 || average > kFastestFrameRate) && count > 0 && seconds > 0) {
+    return static_cast<float>(static_cast<double>(count) / seconds);
+  }
+  if (average > 0) return static_cast<float>(average);
   return stream.r_frame_rate.num > 0 ? static_cast<float>(av_q2d(stream.r_frame_rate)) : 0.0F;
 }
 

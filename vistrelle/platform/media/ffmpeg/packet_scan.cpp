@@ -1,6 +1,7 @@
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace vistrelle::platform {
@@ -31,6 +32,13 @@ class Scanner {
   }
 
  private:
+  /// The two latest presentation times of a stream, and how long the latest packet says it lasts.
+  struct Latest {
+    std::optional<std::int64_t> last;
+    std::optional<std::int64_t> before;
+    std::int64_t duration = 0;
+  };
+
   PacketScan failed(int status) {
     result_.status = status;
     return std::move(result_);
@@ -43,8 +51,31 @@ class Scanner {
     ++span.count;
     const std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     if (time == AV_NOPTS_VALUE || (packet.flags & AV_PKT_FLAG_DISCARD) != 0) return;
-    const std::int64_t end = av_sat_add64(time, std::max<std::int64_t>(packet.duration, 0));
-    span.end = span.end ? std::max(*span.end, end) : end;
+    Latest& latest = latest_[packet.stream_index];
+    if (!latest.last || time > *latest.last) {
+      latest.before = std::exchange(latest.last, time);
+      latest.duration = std::max<std::int64_t>(packet.duration, 0);
+    } else if (time < *latest.last && (!latest.before || time > *latest.before)) {
+      latest.before = time;
+    }
+    span.end = endOf(latest, *demuxer_.stream(packet.stream_index));
+  }
+
+  static std::int64_t endOf(const Latest& latest, const AVStream& stream) {
+    const bool isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
+    // Where a container's clock is taken for a frame rate, packets get a duration of one tick.
+    const double shortest = isPicture ? 1 / kFastestFrameRate : 0;
+    if (static_cast<double>(latest.duration) * av_q2d(stream.time_base) > shortest) {
+      return av_sat_add64(*latest.last, latest.duration);
+    }
+    const std::int64_t repeated = latest.before ? av_sat_sub64(*latest.last, *latest.before) : 0;
+    const std::int64_t longest = av_sat_add64(*latest.last, repeated);
+    // The end that the container states is taken when it can be true.
+    if (stream.duration > 0 && stream.start_time != AV_NOPTS_VALUE) {
+      const std::int64_t stated = av_sat_add64(stream.start_time, stream.duration);
+      if (stated > *latest.last && stated < longest) return stated;
+    }
+    return longest;
   }
 
   template <typename Test>
@@ -115,6 +146,7 @@ class Scanner {
 
   void forgetEnds() {
     for (PacketSpan& span : result_.streams) span.end.reset();
+    latest_.clear();
   }
 
   int readTailByBytes() {
@@ -156,6 +188,7 @@ class Scanner {
 
   Demuxer& demuxer_;
   std::int64_t fileSize_;
+  std::map<int, Latest> latest_;
   AvPtr<AVPacket> packet_;
   PacketScan result_;
   bool atEnd_ = false;

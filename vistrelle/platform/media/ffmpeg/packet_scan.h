@@ -8,11 +8,14 @@
 
 namespace vistrelle::platform {
 
+/// A higher rate is taken for a container's clock, where packets can tell.
+constexpr double kFastestFrameRate = 240;
+
 /// What the packets of a stream cover, in its time base and in packet times.
 struct PacketSpan {
   std::int64_t count = 0;
   std::optional<std::int64_t> start;
-  std::optional<std::int64_t> end;
+  std::optional<std::int64_t> end;  ///< a last packet that states no duration lasts as long as the one before it
 };
 
 struct PacketScan {
