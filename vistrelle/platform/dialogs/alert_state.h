@@ -27,6 +27,7 @@ class AlertState {
       std::lock_guard lock(mutex_);
       if (!answer_) answer_ = Answer{position, std::move(field)};
     }
+    answered_.set();
     changed_.set();
   }
   void tick(bool ticked) {
@@ -58,6 +59,8 @@ class AlertState {
     if (!answer_) changed_.set(false);
     return true;
   }
+  /// Set by an answer. A loss leaves it, so that it shortens nobody's give-up time.
+  const Signal& answered() const { return answered_; }
   /// Set by an answer and by a loss.
   const Signal& changed() const { return changed_; }
 
@@ -66,6 +69,7 @@ class AlertState {
   std::optional<Answer> answer_;
   bool ticked_ = false;
   bool lost_ = false;
+  Signal answered_;
   Signal changed_;
 };
 

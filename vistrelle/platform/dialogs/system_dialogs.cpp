@@ -62,7 +62,7 @@ class SystemAlert final : public AlertDialog {
     return wired == actions_.end() ? roleResponse(answer->position) : responseOfAction(wired->second);
   }
 
-  const Signal& answered() const override { return state_->changed(); }
+  const Signal& answered() const override { return state_->answered(); }
   void closeWindow() override { presenter_.reset(); }
   void endModalSession() override { presenter_.reset(); }
 

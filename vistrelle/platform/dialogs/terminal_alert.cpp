@@ -23,8 +23,8 @@ constexpr int kEndOfInput = 0x04;
 constexpr milliseconds kSequenceGap{30};
 constexpr milliseconds kPoll{50};
 
-/// Set when a digit answered an alert and the Return that many people type after it has not come yet: it must not
-/// answer the next alert.
+/// Set when a digit answered an alert and the Return that many people type after it has not come yet: one that waits
+/// when the next alert is shown does not answer it.
 std::atomic<bool> returnExpected{false};
 
 /// The text without what a terminal would obey: control characters other than tab and line feed become "?".
@@ -111,6 +111,7 @@ class TerminalPresenter final : public AlertPresenter {
         continue;
       }
       if (!content_.field) terminal_.readKeys();
+      if (returnExpected.exchange(false)) skipReturn();
       if (!terminal_.waitReadable(kPoll)) continue;
       const auto byte = terminal_.readByte();
       if (!byte) continue;
@@ -119,28 +120,25 @@ class TerminalPresenter final : public AlertPresenter {
   }
 
   void takeKey(int key) {
-    const bool owed = returnExpected.exchange(false);
     if (key < 0) {
       state_->lose();
       done_ = true;
     } else if (key == '\n' || key == '\r') {
-      if (!owed) answer(0);
+      answer(0);
     } else if (key == kEscape) {
       if (!skipSequence()) answer(cancelPosition(positions_.size()));
     } else if (key == kEndOfInput) {
       answer(cancelPosition(positions_.size()));
     } else if (const auto number = static_cast<std::size_t>(key - '1'); key >= '1' && number < positions_.size()) {
-      returnExpected = !skipReturn();
       answer(positions_[number]);
+      returnExpected = !skipReturn();
     }
   }
 
   void takeLineByte(int byte) {
-    const bool owed = returnExpected.exchange(false);
     if (byte < 0) {
       answer(cancelPosition(positions_.size()));
     } else if (byte == '\n') {
-      if (owed && line_.empty()) return;
       answer(0, line_.empty() ? content_.field->text : line_);
     } else {
       line_ += static_cast<char>(byte);
@@ -159,10 +157,13 @@ class TerminalPresenter final : public AlertPresenter {
     return true;
   }
 
+  /// Takes a Return that was typed already; another key that was is taken as a key of this alert.
   bool skipReturn() {
     if (!terminal_.waitReadable(milliseconds(0))) return false;
-    const int next = terminal_.readByte().value_or(0);
-    return next == '\n' || next == '\r';
+    const auto next = terminal_.readByte();
+    if (!next || *next == '\n' || *next == '\r') return next.has_value();
+    if (!done_) content_.field ? takeLineByte(*next) : takeKey(*next);
+    return false;
   }
 
   void answer(std::size_t position, std::string field = {}) {
