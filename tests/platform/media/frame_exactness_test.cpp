@@ -172,11 +172,12 @@ TEST(FrameExactness, EveryMadeMovie) {
   }
 }
 
-// Prints the table of any folder of movies: VISTRELLE_MOVIES=folder platform_media_tests --gtest_filter='*AnyMovie*'.
+// Prints the table of any movies: VISTRELLE_MOVIES=folder-or-file platform_media_tests --gtest_filter='*AnyMovie*'.
 TEST(FrameExactness, AnyMovieGiven) {
-  const char* folder = std::getenv("VISTRELLE_MOVIES");
-  if (folder == nullptr) GTEST_SKIP() << "VISTRELLE_MOVIES names no folder";
-  for (const std::string& path : moviesIn(folder)) expectExact(path);
+  const char* given = std::getenv("VISTRELLE_MOVIES");
+  if (given == nullptr) GTEST_SKIP() << "VISTRELLE_MOVIES names no movies";
+  const bool isFolder = std::filesystem::is_directory(given);
+  for (const std::string& path : isFolder ? moviesIn(given) : std::vector<std::string>{given}) expectExact(path);
 }
 
 }  // namespace

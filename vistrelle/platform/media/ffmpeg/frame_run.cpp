@@ -278,12 +278,31 @@ bool FrameRun::packetsProve(std::int64_t place) {
   }
 }
 
+// A packet between the frame and the asked place whose frame never came out. The decoder may have dropped it because of
+// where decoding began (libavcodec does so after some recovery points), so that only a run from further back, or from
+// the start, tells. Codecs whose packets need not be frames to be shown say nothing here.
+bool FrameRun::missesFrame(std::int64_t place) const {
+  const auto missed = seen_.upper_bound(current_->place);
+  if (missed == seen_.end() || *missed > place || landing_.fromStart || damage_.any()) return false;
+  switch (packets_.codec()) {
+    case AV_CODEC_ID_H264:
+      return rules_.decodingTimesHold || packets_.stream()->codecpar->field_order <= AV_FIELD_PROGRESSIVE;
+    case AV_CODEC_ID_HEVC:
+    case AV_CODEC_ID_MPEG1VIDEO:
+    case AV_CODEC_ID_MPEG2VIDEO:
+      return true;
+    default:
+      return false;
+  }
+}
+
 FrameRun::Answer FrameRun::settle(std::int64_t place) {
   const auto leftOut = leftOut_.upper_bound(current_->place);
   if (leftOut != leftOut_.end() && *leftOut <= place) {
     leftOutTheAnswer_ = true;
     return {Answer::Kind::unproven, nullptr, "a frame that was left out may be the one"};
   }
+  if (missesFrame(place)) return {Answer::Kind::unproven, nullptr, "the frame did not come out of the decoder"};
   return {Answer::Kind::found, current_, {}};
 }
 

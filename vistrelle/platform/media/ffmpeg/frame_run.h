@@ -103,6 +103,7 @@ class FrameRun {
   std::optional<std::int64_t> placeOf(const AVFrame& frame) const;
   std::shared_ptr<const Frame> accept(AVFrame& frame);
   bool packetsProve(std::int64_t place);
+  bool missesFrame(std::int64_t place) const;
   Answer settle(std::int64_t place);
 
   std::shared_ptr<MovieSource> source_;
