@@ -93,7 +93,7 @@ class Generator : public FrameGenerator {
       return false;
     }
     RunRules& rules = run_->rules();
-    const TimesKind times = surveyTimes(*source_, streamIndex_, *packets.demuxer());
+    const TimesKind times = surveyTimes(*source_, streamIndex_, packets);
     rules.isCounted = times != TimesKind::stated;
     rules.isIntraOnly = isIntraOnly(facts.parameters->codec_id);
     rules.decodingTimesHold = source_->isMovFamily();

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <limits>
-#include <span>
 
+#include "vistrelle/platform/media/ffmpeg/frame_random_access.h"
 #include "vistrelle/platform/media/ffmpeg/frame_timeline.h"
 
 namespace vistrelle::platform {
@@ -15,46 +15,6 @@ constexpr std::int64_t kEarliest = std::numeric_limits<std::int64_t>::min() / 2;
 // Packets kept while looking for a later key; more than any real group of pictures that is worth skipping over.
 constexpr std::int64_t kMostQueuedBytes = std::int64_t{64} << 20;
 constexpr int kTries = 12;
-
-// ITU-T H.265, table 7-1: types 0 to 31 are slices, 16 to 23 belong to random access pictures.
-enum class FirstSlice { none, randomAccess, other };
-
-FirstSlice classifyNalUnit(std::uint8_t header) {
-  const int type = header >> 1 & 0x3f;
-  if (type > 31) return FirstSlice::none;
-  return type >= 16 && type <= 23 ? FirstSlice::randomAccess : FirstSlice::other;
-}
-
-FirstSlice firstSliceByLengths(std::span<const std::uint8_t> data, std::size_t lengthBytes) {
-  while (data.size() > lengthBytes) {
-    std::size_t length = 0;
-    for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | data[i];
-    data = data.subspan(lengthBytes);
-    if (length == 0 || length > data.size()) break;
-    const FirstSlice slice = classifyNalUnit(data[0]);
-    if (slice != FirstSlice::none) return slice;
-    data = data.subspan(length);
-  }
-  return FirstSlice::none;
-}
-
-FirstSlice firstSliceByStartCodes(std::span<const std::uint8_t> data) {
-  for (std::size_t i = 0; i + 3 < data.size(); ++i) {
-    if (data[i] != 0 || data[i + 1] != 0 || data[i + 2] != 1) continue;
-    const FirstSlice slice = classifyNalUnit(data[i + 3]);
-    if (slice != FirstSlice::none) return slice;
-  }
-  return FirstSlice::none;
-}
-
-bool isHevcRandomAccess(const AVPacket& packet, const AVCodecParameters& parameters) {
-  const std::span<const std::uint8_t> data(packet.data, static_cast<std::size_t>(packet.size));
-  // ISO/IEC 14496-15, 8.3.3.1: the configuration record begins with 1; lengthSizeMinusOne ends its 22nd byte.
-  const bool hasLengths = parameters.extradata_size > 22 && parameters.extradata[0] == 1;
-  const FirstSlice slice = hasLengths ? firstSliceByLengths(data, std::size_t{1} + (parameters.extradata[21] & 3U))
-                                      : firstSliceByStartCodes(data);
-  return slice == FirstSlice::randomAccess;
-}
 
 std::int64_t earliestTimeOf(const AVPacket& packet) {
   return std::min(packet.pts == AV_NOPTS_VALUE ? kNone : packet.pts, packet.dts == AV_NOPTS_VALUE ? kNone : packet.dts);
@@ -91,11 +51,6 @@ bool beginsAtStart(FramePackets& packets, const LandingRules& rules, std::int64_
 }
 
 }  // namespace
-
-bool isLandingPacket(const AVPacket& packet, const AVCodecParameters& parameters) {
-  if ((packet.flags & AV_PKT_FLAG_KEY) == 0 || packet.pts == AV_NOPTS_VALUE) return false;
-  return parameters.codec_id != AV_CODEC_ID_HEVC || isHevcRandomAccess(packet, parameters);
-}
 
 LandingRules landingRules(MovieSource& source, int streamIndex, FramePackets& packets) {
   LandingRules rules;

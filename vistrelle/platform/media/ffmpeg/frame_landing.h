@@ -30,8 +30,4 @@ bool landOnKey(FramePackets& packets, const LandingRules& rules, std::int64_t li
 /// To the very first packet.
 bool landOnStart(FramePackets& packets, Landing* landing);
 
-/// A packet that decoding can begin at: flagged as key, with a presentation time, and for HEVC really a random access
-/// picture (a decoder that begins elsewhere shows garbage without an error).
-bool isLandingPacket(const AVPacket& packet, const AVCodecParameters& parameters);
-
 }  // namespace vistrelle::platform

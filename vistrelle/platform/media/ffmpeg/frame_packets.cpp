@@ -56,7 +56,6 @@ bool FramePackets::seekToByte(std::int64_t position) {
 
 bool FramePackets::readMore() {
   if (!demuxer_ || atEnd_ || !failure_.empty()) return false;
-  untouched_ = false;
   for (int unreadableInARow = 0;;) {
     AvPtr<AVPacket> packet(av_packet_alloc());
     if (!packet) {
@@ -91,6 +90,7 @@ bool FramePackets::readMore() {
 
 AvPtr<AVPacket> FramePackets::takeFirst() {
   if (queue_.empty()) return nullptr;
+  untouched_ = false;
   AvPtr<AVPacket> packet = std::move(queue_.front());
   queue_.pop_front();
   queuedBytes_ -= packet->size;

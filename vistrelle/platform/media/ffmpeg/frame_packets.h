@@ -27,7 +27,7 @@ class FramePackets {
       : source_(std::move(source)), streamIndex_(streamIndex), statistics_(statistics) {}
 
   /// Begins again at the first packet, with a demuxer that knows nothing of what was read before. Free when nothing
-  /// has been read since the last time. False when the movie cannot be opened any more.
+  /// has been taken since the last time. False when the movie cannot be opened any more.
   bool restart();
   /// Goes to a place at or before `ticks`, as far as the container can tell, and drops what was read ahead.
   bool seekBackward(std::int64_t ticks);

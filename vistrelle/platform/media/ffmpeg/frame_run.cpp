@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
+#include "vistrelle/platform/media/ffmpeg/frame_random_access.h"
 
 namespace vistrelle::platform {
 
@@ -45,6 +46,8 @@ void FrameRun::beginRun() {
   highestDts_ = std::numeric_limits<std::int64_t>::min();
   timesDoubtful_ = untimed_ = lastSkipped_ = false;
   lastPlace_.reset();
+  recoveryFrames_.reset();
+  trustedFrom_.reset();
   damage_ = {};
   unreadableCounted_ = 0;
 }
@@ -105,6 +108,7 @@ bool FrameRun::canContinueTo(std::int64_t place) const {
 void FrameRun::noteNewPackets() {
   for (; noted_ < packets_.queue().size(); ++noted_) {
     const AVPacket& packet = *packets_.queue()[noted_];
+    noteRecovery(packet);
     if (packet.pts == AV_NOPTS_VALUE || packet.dts == AV_NOPTS_VALUE || packet.dts > packet.pts ||
         packet.dts <= highestDts_) {
       timesDoubtful_ = true;
@@ -115,6 +119,18 @@ void FrameRun::noteNewPackets() {
   }
   damage_.refusedPackets += packets_.unreadable() - unreadableCounted_;
   unreadableCounted_ = packets_.unreadable();
+}
+
+// From which frame on what the decoder shows is whole.
+void FrameRun::noteRecovery(const AVPacket& packet) {
+  const AVCodecParameters& parameters = *packets_.stream()->codecpar;
+  if (!recoveryFrames_) recoveryFrames_ = landing_.fromStart ? 0 : framesUntilRecovery(packet, parameters);
+  if (trustedFrom_ || packet.pts == AV_NOPTS_VALUE) return;
+  if (*recoveryFrames_ == 0) {
+    trustedFrom_ = landing_.fromStart ? std::numeric_limits<std::int64_t>::min() : packet.pts;
+  } else if (isReferenceFrame(packet, parameters)) {
+    --*recoveryFrames_;
+  }
 }
 
 bool FrameRun::lookAhead() {
@@ -203,7 +219,8 @@ bool FrameRun::feed(std::int64_t place) {
 bool FrameRun::isVisible(const AVFrame& frame) const {
   if ((frame.flags & AV_FRAME_FLAG_DISCARD) != 0) return false;
   // What is shown before the key frame that decoding began at may lean on frames that were not decoded.
-  return landing_.fromStart || frame.pts == AV_NOPTS_VALUE || frame.pts >= landing_.keyPts;
+  if (landing_.fromStart) return true;
+  return trustedFrom_ && (frame.pts == AV_NOPTS_VALUE || frame.pts >= *trustedFrom_);
 }
 
 std::optional<std::int64_t> FrameRun::placeOf(const AVFrame& frame) const {
@@ -333,7 +350,7 @@ FrameRun::Answer FrameRun::answer(std::int64_t place) {
       case Pull::frame:
         if (!current_) {
           current_ = std::move(frame);
-          currentIsFirst_ = landing_.fromStart;
+          currentIsFirst_ = landing_.fromStart && (!rules_.isCounted || current_->place == 0);
         } else if (frame->place < current_->place) {
           disordered_ = true;
           return {Answer::Kind::unproven, nullptr, "frames came out of order"};

@@ -74,7 +74,9 @@ bool FrameSearch::improve(const Answer& answer, std::int64_t* limit, bool* tried
   if (isFound) {
     // The damage may come from where decoding began: one key further back it would be gone.
     if (*triedBefore || run_.landing().fromStart) return false;
+    // What conceals an error may be any frame before it, left out or not.
     *triedBefore = true;
+    run_.setSkipping(false);
   } else if (run_.isDisordered() && !run_.usesPatience()) {
     run_.usePatience();
     return true;

@@ -75,23 +75,37 @@ bool contradictsAtPlaces(Demuxer& demuxer, Survey& survey, std::int64_t size) {
   return false;
 }
 
-}  // namespace
+// Matroska cannot store a time before its zero: such frames come without one.
+bool beginsUntimed(FramePackets& packets) {
+  constexpr std::size_t kHead = 8;
+  while (packets.queue().size() < kHead && packets.readMore()) {
+  }
+  return std::any_of(packets.queue().begin(), packets.queue().end(),
+                     [](const AvPtr<AVPacket>& packet) { return packet->pts == AV_NOPTS_VALUE; });
+}
 
-TimesKind surveyTimes(MovieSource& source, int streamIndex, const Demuxer& opened) {
-  if (opened.isMovFamily() || opened.isMatroska()) return TimesKind::stated;
-  if (isNamed(opened, "avi") || (opened.context()->iformat->flags & AVFMT_NOTIMESTAMPS) != 0)
-    return TimesKind::notStated;
+TimesKind surveyPackets(MovieSource& source, int streamIndex) {
   std::string error;
   const std::unique_ptr<Demuxer> demuxer = source.makeDemuxer(&error);
   if (!demuxer || streamIndex >= demuxer->streamCount()) return TimesKind::stated;  // opening it again will tell
   Survey survey(*demuxer, streamIndex);
   const std::int64_t size = demuxer->context()->pb == nullptr ? 0 : avio_size(demuxer->context()->pb);
   const bool isSmall = size <= kSmallFile;
-  if (!isSmall && (isNamed(opened, "mpegts") || isNamed(opened, "mpeg"))) {
+  if (!isSmall && (isNamed(*demuxer, "mpegts") || isNamed(*demuxer, "mpeg"))) {
     return contradictsAtPlaces(*demuxer, survey, size) ? TimesKind::contradictory : TimesKind::stated;
   }
   const Findings found = survey.read(isSmall ? std::numeric_limits<int>::max() : kPacketsAtHead, false);
   return found.missing || found.doubled || found.backwards ? TimesKind::contradictory : TimesKind::stated;
+}
+
+}  // namespace
+
+TimesKind surveyTimes(MovieSource& source, int streamIndex, FramePackets& opened) {
+  const Demuxer& demuxer = *opened.demuxer();
+  if (demuxer.isMovFamily()) return TimesKind::stated;
+  if (demuxer.isMatroska()) return beginsUntimed(opened) ? TimesKind::contradictory : TimesKind::stated;
+  const bool hasNoTimes = isNamed(demuxer, "avi") || (demuxer.context()->iformat->flags & AVFMT_NOTIMESTAMPS) != 0;
+  return hasNoTimes ? TimesKind::notStated : surveyPackets(source, streamIndex);
 }
 
 }  // namespace vistrelle::platform

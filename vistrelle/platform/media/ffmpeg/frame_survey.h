@@ -1,6 +1,6 @@
 #pragma once
 
-#include "vistrelle/platform/media/ffmpeg/movie_source.h"
+#include "vistrelle/platform/media/ffmpeg/frame_packets.h"
 
 namespace vistrelle::platform {
 
@@ -13,7 +13,7 @@ enum class TimesKind {
 
 /// Looks at the container and, where that says nothing, at the packets: all of a small movie, those at several places
 /// of a large one (what is missing between known times is then filled in when it is met). Nothing is decoded.
-/// The same movie always gives the same answer.
-TimesKind surveyTimes(MovieSource& source, int streamIndex, const Demuxer& opened);
+/// The same movie always gives the same answer. `opened` stands at its start, and still does afterwards.
+TimesKind surveyTimes(MovieSource& source, int streamIndex, FramePackets& opened);
 
 }  // namespace vistrelle::platform
