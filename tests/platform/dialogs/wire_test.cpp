@@ -28,7 +28,7 @@ TEST(Wire, NonsenseIsNoticed) {
   EXPECT_TRUE(tooLong.failed());
 
   // A text that is said to be longer than its message, and a length that is cut short.
-  for (const std::string body : {std::string("\x09\0\0\0ab", 6), std::string("\x01\0", 2)}) {
+  for (const std::string& body : {std::string("\x09\0\0\0ab", 6), std::string("\x01\0", 2)}) {
     Decoder decoder;
     decoder.add(std::string(1, static_cast<char>(body.size())) + std::string(3, '\0') + body);
     EXPECT_EQ(decoder.next(), std::nullopt);

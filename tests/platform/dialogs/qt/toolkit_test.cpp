@@ -5,6 +5,7 @@
 #include <stdlib.h>
 
 #include <QApplication>
+#include <QDialog>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -12,6 +13,8 @@
 #include <QTest>
 #include <QTimer>
 #include <QVBoxLayout>
+#include <functional>
+#include <memory>
 
 #include "tests/support/recording_log.h"
 #include "vistrelle/system/alerts.h"
