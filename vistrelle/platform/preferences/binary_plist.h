@@ -34,6 +34,9 @@ constexpr std::uint8_t kLongLength = 0xF;
 constexpr std::int64_t kEpochAfter1970 = 978'307'200;
 constexpr const char* kUidKey = "CF$UID";
 
-PropertyListReading read(std::string_view bytes, const PropertyListLimits& limits);
+/// How a real of four bytes comes back.
+enum class ShortReal { kFloat, kDouble };
+
+PropertyListReading read(std::string_view bytes, const PropertyListLimits& limits, ShortReal shortReal);
 
 }  // namespace vistrelle::platform::binary_plist

@@ -15,7 +15,8 @@ struct Malformed : std::runtime_error {
 
 class Reader {
  public:
-  Reader(std::string_view bytes, const PropertyListLimits& limits) : bytes_(bytes), limits_(limits) {
+  Reader(std::string_view bytes, const PropertyListLimits& limits, ShortReal shortReal)
+      : bytes_(bytes), limits_(limits), shortReal_(shortReal) {
     if (bytes.size() < kMagic.size() + kTrailerSize) throw Malformed("too short");
     const std::size_t trailer = bytes.size() - kTrailerSize;
     offsetSize_ = static_cast<std::uint8_t>(bytes[trailer + 6]);
@@ -107,7 +108,10 @@ class Reader {
   Value real(std::size_t position, std::uint8_t power) const {
     if (power != 2 && power != 3) throw Malformed("a real of unknown size");
     const Span span = within(position + 1, 1, std::size_t{1} << power);
-    if (power == 2) return {std::bit_cast<float>(static_cast<std::uint32_t>(number(span.start, 4)))};
+    if (power == 2) {
+      const auto value = std::bit_cast<float>(static_cast<std::uint32_t>(number(span.start, 4)));
+      return shortReal_ == ShortReal::kFloat ? Value(value) : Value(static_cast<double>(value));
+    }
     return {std::bit_cast<double>(number(span.start, 8))};
   }
 
@@ -197,6 +201,7 @@ class Reader {
 
   std::string_view bytes_;
   const PropertyListLimits& limits_;
+  ShortReal shortReal_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::uint64_t count_ = 0;
@@ -208,9 +213,9 @@ class Reader {
 
 }  // namespace
 
-PropertyListReading read(std::string_view bytes, const PropertyListLimits& limits) {
+PropertyListReading read(std::string_view bytes, const PropertyListLimits& limits, ShortReal shortReal) {
   try {
-    return {Reader(bytes, limits).top(), {}};
+    return {Reader(bytes, limits, shortReal).top(), {}};
   } catch (const Malformed& reason) {
     return {std::nullopt, std::string("binary property list: ") + reason.what()};
   }

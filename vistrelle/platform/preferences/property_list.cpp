@@ -15,7 +15,9 @@ namespace vistrelle::platform {
 
 PropertyListReading readPropertyList(std::string_view bytes, const PropertyListLimits& limits) {
   if (bytes.size() > limits.bytes) return {std::nullopt, "the property list is too long"};
-  if (bytes.starts_with(binary_plist::kMagic)) return binary_plist::read(bytes, limits);
+  if (bytes.starts_with(binary_plist::kMagic)) {
+    return binary_plist::read(bytes, limits, binary_plist::ShortReal::kFloat);
+  }
   if (xml_plist::looksLike(bytes)) return xml_plist::read(bytes, limits);
   return {std::nullopt, "not a property list"};
 }

@@ -85,7 +85,8 @@ PropertyListReading read(std::string_view bytes, const PropertyListLimits& limit
   plist_to_bin(node.get(), &raw, &length);
   const Bytes binary(raw);
   if (!binary || length == 0) return refused("malformed");
-  return binary_plist::read({binary.get(), length}, limits);
+  // The library stores a real in four bytes where they hold it exactly; XML knows one kind.
+  return binary_plist::read({binary.get(), length}, limits, binary_plist::ShortReal::kDouble);
 }
 
 }  // namespace vistrelle::platform::xml_plist

@@ -9,8 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <system_error>
 #include <thread>
 
@@ -76,6 +76,12 @@ bool moveUp(UniqueFd& descriptor) {
   return static_cast<bool>(descriptor);
 }
 
+/// The system's interface ends every word at its first NUL: one inside would cut the word short.
+bool holdsNul(const std::vector<std::string>& texts) {
+  return std::any_of(texts.begin(), texts.end(),
+                     [](const std::string& text) { return text.find('\0') != std::string::npos; });
+}
+
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
   result.reserve(texts.size() + 1);
@@ -111,7 +117,7 @@ std::optional<pid_t> spawn(const Command& command, const StandardStreams& stream
   actions.closeOthers();
   const SignalDefaults signals;
   pid_t process = -1;
-  int error = actions.error();
+  int error = holdsNul(words) || holdsNul(variables) ? EINVAL : actions.error();
   if (error == 0) {
     error = ::posix_spawn(&process, command.program.c_str(), actions.get(), signals.get(), pointers(words).data(),
                           pointers(variables).data());
