@@ -104,7 +104,10 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
     return fail(interrupt->requested ? AVERROR_EXIT : status);
   }
   demuxer->context_.reset(context);
-  if (findStreamInfo && demuxer->needsStreamInfo()) status = avformat_find_stream_info(context, nullptr);
+  if (findStreamInfo && demuxer->needsStreamInfo()) {
+    status = avformat_find_stream_info(context, nullptr);
+    demuxer->hasStreamInfo_ = true;
+  }
   if (status < 0 || interrupt->requested) return fail(status < 0 ? status : AVERROR_EXIT);
   return demuxer;
 }

@@ -46,6 +46,8 @@ class Demuxer {
   bool isMatroska() const;
   /// Transport and program streams: reading can be taken up at any byte, and there is no index.
   bool seeksByByte() const;
+  /// Whether packets were looked at to complete the streams' facts; start times are right only then.
+  bool hasStreamInfo() const { return hasStreamInfo_; }
 
   /// Delivers no packet of other streams any more (-1: of none but all again).
   void selectStream(int index);
@@ -67,6 +69,7 @@ class Demuxer {
   std::unique_ptr<ByteReader> reader_;
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;
   AvPtr<AVFormatContext> context_;
+  bool hasStreamInfo_ = false;
 };
 
 }  // namespace vistrelle::platform

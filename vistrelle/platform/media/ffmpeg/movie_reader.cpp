@@ -131,7 +131,7 @@ bool MovieReader::usePacketFacts() {
   Demuxer& demuxer = returns ? first : *second;
   const PacketScan scan = scanPackets(demuxer, source_->bytes_->size());
   if (scan.status < 0) return false;
-  if (!source_->isMovFamily_) chooseZero(demuxer);
+  if (!source_->isMovFamily_) chooseZero(scan);
   for (StreamFacts& facts : source_->streams_) {
     const AVStream& stream = *demuxer.stream(facts.index);
     const auto index = static_cast<std::size_t>(facts.index);
@@ -151,12 +151,12 @@ bool MovieReader::usePacketFacts() {
 }
 
 /// The container's start time, as libavformat defines it, but exact: the earliest start of sound and pictures.
-void MovieReader::chooseZero(const Demuxer& scanned) {
+void MovieReader::chooseZero(const PacketScan& scan) {
   std::optional<MediaTime> earliest;
   for (const StreamFacts& facts : source_->streams_) {
-    const std::int64_t start = scanned.stream(facts.index)->start_time;
-    if (start == AV_NOPTS_VALUE || !isSoundOrPicture(facts)) continue;
-    const MediaTime time = source_->timeOf(facts.index, start);
+    const auto index = static_cast<std::size_t>(facts.index);
+    if (index >= scan.streams.size() || !scan.streams[index].start || !isSoundOrPicture(facts)) continue;
+    const MediaTime time = source_->timeOf(facts.index, *scan.streams[index].start);
     if (!earliest || time < *earliest) earliest = time;
   }
   if (earliest) source_->zero_ = *earliest;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
+#include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 
 namespace vistrelle::platform {
 
@@ -21,7 +22,7 @@ class MovieReader {
   void readMovHeader();
   void useMovFacts(const mov::MovieHeader& header);
   bool usePacketFacts();
-  void chooseZero(const Demuxer& scanned);
+  void chooseZero(const PacketScan& scan);
   float packetFrameRate(const AVStream& stream, std::int64_t count, const TimeRange& range) const;
   void checkDecoders();
   void checkProtection();

@@ -8,6 +8,7 @@ namespace vistrelle::platform {
 namespace {
 
 constexpr std::int64_t kHeadBytes = std::int64_t{4} << 20;
+constexpr std::int64_t kPacketsForStart = 32;
 constexpr std::int64_t kFirstTailBytes = std::int64_t{1} << 20;
 // Above this a movie whose end cannot be found through an index is believed when it states how long it is.
 constexpr std::int64_t kMaxScanBytes = std::int64_t{64} << 20;
@@ -51,6 +52,7 @@ class Scanner {
     ++span.count;
     const std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     if (time == AV_NOPTS_VALUE || (packet.flags & AV_PKT_FLAG_DISCARD) != 0) return;
+    if (inHead_) span.start = span.start ? std::min(*span.start, time) : time;
     Latest& latest = latest_[packet.stream_index];
     if (!latest.last || time > *latest.last) {
       latest.before = std::exchange(latest.last, time);
@@ -91,12 +93,18 @@ class Scanner {
     return position < result_.streams.size() && result_.streams[position].end.has_value();
   }
 
-  /// Until every stream has said where it starts. libavformat notes that in the stream, reordering considered.
+  bool isStartKnown(int index) const {
+    if (demuxer_.hasStreamInfo()) return demuxer_.stream(index)->start_time != AV_NOPTS_VALUE;
+    const auto position = static_cast<std::size_t>(index);
+    return position < result_.streams.size() && result_.streams[position].count >= kPacketsForStart;
+  }
+
+  /// Until every stream has said where it starts. libavformat notes that when it has looked at decoded frames;
+  /// otherwise it is the earliest time of the first packets, among which reordered ones are.
   int readHead() {
     std::int64_t seen = 0;
     int status = 0;
-    while (status >= 0 && seen < kHeadBytes &&
-           !everyStream([this](int i) { return demuxer_.stream(i)->start_time != AV_NOPTS_VALUE; })) {
+    while (status >= 0 && seen < kHeadBytes && !everyStream([this](int i) { return isStartKnown(i); })) {
       status = demuxer_.read(*packet_);
       if (status < 0) break;
       note(*packet_);
@@ -104,12 +112,13 @@ class Scanner {
     }
     if (status == AVERROR_EXIT) return status;
     atEnd_ = status < 0;  // damaged data ends a movie like its end does
+    result_.streams.resize(std::max(result_.streams.size(), static_cast<std::size_t>(demuxer_.streamCount())));
     for (int i = 0; i < demuxer_.streamCount(); ++i) {
       const std::int64_t start = demuxer_.stream(i)->start_time;
-      if (static_cast<std::size_t>(i) >= result_.streams.size())
-        result_.streams.resize(static_cast<std::size_t>(i) + 1);
-      if (start != AV_NOPTS_VALUE) result_.streams[static_cast<std::size_t>(i)].start = start;
+      std::optional<std::int64_t>& known = result_.streams[static_cast<std::size_t>(i)].start;
+      if (start != AV_NOPTS_VALUE && (demuxer_.hasStreamInfo() || !known)) known = start;
     }
+    inHead_ = false;
     return 0;
   }
 
@@ -191,6 +200,7 @@ class Scanner {
   std::map<int, Latest> latest_;
   AvPtr<AVPacket> packet_;
   PacketScan result_;
+  bool inHead_ = true;
   bool atEnd_ = false;
   bool moved_ = false;
   bool foundInTail_ = false;
