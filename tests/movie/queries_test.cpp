@@ -239,9 +239,10 @@ TEST(Framerate, NoVideoTrackGivesZero) {
 }
 
 TEST(Framerate, LimitsAreComparedInDoublePrecision) {
-  // 0.11 as a float is a little below 0.11 as a double, 30.2 as a float a little above 30.2.
-  EXPECT_EQ(movieFramerate(movieOf({clip(0.11F, 5)})), 0.11F < 0.11 ? 0.0F : 0.11F);
-  EXPECT_EQ(movieFramerate(movieOf({clip(30.2F, 0.5)})), 30.2F > 30.2 ? 0.0F : 30.2F);
+  // As floats 0.11 is a little below and 30.2 a little above the limit; a comparison of floats would find them equal.
+  EXPECT_EQ(movieFramerate(movieOf({clip(0.11F, 5)})), 0.0F);
+  EXPECT_EQ(movieFramerate(movieOf({clip(30.2F, 0.5)})), 0.0F);
+  EXPECT_EQ(movieFramerate(movieOf({clip(0.12F, 5)})), 0.12F);
   EXPECT_EQ(movieFramerate(movieOf({clip(0.1F, 5)})), 0.0F);
 }
 

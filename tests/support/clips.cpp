@@ -47,12 +47,12 @@ std::string lateIndexClip(const ScratchFolder& folder) {
 }
 
 std::string linearFrame(const ScratchFolder& folder, const std::string& movie, double seconds, int width, int height) {
-  // Every frame up to the time replaces the one before; the last stays.
+  // BMP, which says nothing of colour spaces. Every frame up to the time replaces the one before; the last stays.
   const std::string size = std::to_string(width) + ":" + std::to_string(height);
-  const std::string select =
-      "select='lte(t," + std::to_string(seconds + 0.0001) + ")',scale=" + size + ":flags=bicubic";
-  return make(folder.file("linear.png"), {"-i", movie, "-map", "0:v:0", "-vsync", "passthrough", "-vf", select,
-                                          "-pix_fmt", "rgb24", "-update", "1"});
+  const std::string select = "select='lte(t," + std::to_string(seconds + 0.0001) + ")',scale=" + size +
+                             ":flags=bicubic+full_chroma_int+full_chroma_inp+accurate_rnd";
+  return make(folder.file("linear.bmp"), {"-i", movie, "-map", "0:v:0", "-vsync", "passthrough", "-vf", select,
+                                          "-pix_fmt", "bgr24", "-update", "1"});
 }
 
 }  // namespace vistrelle::testing

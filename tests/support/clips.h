@@ -17,7 +17,7 @@ std::string encryptedClip(const ScratchFolder& folder);
 /// A video whose sample table stands behind its samples.
 std::string lateIndexClip(const ScratchFolder& folder);
 
-/// The frame on screen at `seconds` by a linear decode from the start, as a PNG of width x height; empty on failure.
+/// The frame on screen at `seconds` by a linear decode from the start, as a BMP of width x height; empty on failure.
 std::string linearFrame(const ScratchFolder& folder, const std::string& movie, double seconds, int width, int height);
 
 }  // namespace vistrelle::testing

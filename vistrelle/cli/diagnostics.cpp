@@ -61,6 +61,8 @@ void redirectStdoutToFile(const std::string& path) {
   const std::string expanded = platform::expandingTilde(path);
   newStdout = std::freopen(expanded.c_str(), "a+", stdout);
   newStderr = std::freopen(expanded.c_str(), "a+", stderr);
+  // A reopened stream is buffered; the lines of both streams and of the log would change places.
+  if (newStderr) std::setvbuf(newStderr, nullptr, _IONBF, 0);
 }
 
 const char* markerTime() {
@@ -88,8 +90,9 @@ bool alwaysTrue() {
 void noOperation() {}
 void noOperation2() {}
 
+// Everything is a multiple of -1; the machine's own division would fail for the lowest number.
 bool isMultipleOf(std::int64_t a, std::int64_t b) {
-  return a % b == 0;
+  return b == -1 || a % b == 0;
 }
 
 bool areMultiplesOf(std::int64_t a, std::int64_t b, std::int64_t c) {
