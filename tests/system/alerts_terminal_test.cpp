@@ -128,7 +128,8 @@ TEST_F(TerminalTest, TheReturnAfterADigitAnswersNothingElse) {
 
 TEST_F(TerminalTest, AReturnForTheNextAlertAnswersIt) {
   TerminalRun run([] {
-    return *alertGiveUp("First", kNone, "A", "B", kNone, 0, 30) + *alertGiveUp("Second", kNone, "A", "B", kNone, 0, 30);
+    const auto first = alertGiveUp("First", kNone, "A", "B", kNone, 0, 30);
+    return *first + *alertGiveUp("Second", kNone, "A", "B", kNone, 0, 30);
   });
   ASSERT_TRUE(run.shows("First\r\n  1) A  2) B"));
   run.type("2");

@@ -123,6 +123,18 @@ TEST_F(ToolkitTest, TheTextsAreShownAsTheyAre) {
   EXPECT_EQ(button, QStringLiteral("A && B"));
 }
 
+TEST_F(ToolkitTest, ALongWordDoesNotWidenTheWindow) {
+  RecordingLog log;
+  int width = 0;
+  whenShown([&](QDialog& dialog) {
+    width = dialog.width();
+    dialog.close();
+  });
+  alertGiveUp("/" + std::string(5000, 'x'), std::string(5000, 'y'), kNone, kNone, kNone, 0, 30);
+  EXPECT_GT(width, 400);
+  EXPECT_LT(width, 700);
+}
+
 TEST_F(ToolkitTest, CheckboxAndField) {
   RecordingLog log;
   whenShown([](QDialog& dialog) {

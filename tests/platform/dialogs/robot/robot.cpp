@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr int kPause = 60;
+constexpr int kPause = 25;
 
 class Robot : public QObject {
  public:

@@ -26,13 +26,31 @@ QString caption(const std::string& utf8) {
   return text(utf8).replace(QLatin1String("&"), QLatin1String("&&"));
 }
 
+/// The text with places to break in words that are wider than a line (paths, as a rule), which would widen the window
+/// without a limit.
+QString breakable(const std::string& utf8) {
+  constexpr int kLongWord = 40;
+  constexpr char16_t kZeroWidthSpace = 0x200B;
+  QString result;
+  int length = 0;
+  for (const QChar character : text(utf8)) {
+    length = character.isSpace() ? 0 : length + 1;
+    if (length > kLongWord && !character.isLowSurrogate()) {
+      result += QChar(kZeroWidthSpace);
+      length = 1;
+    }
+    result += character;
+  }
+  return result;
+}
+
 QLabel* makeLabel(const std::string& words, const char* name) {
   auto* label = new QLabel;
   label->setObjectName(QLatin1String(name));
   label->setTextFormat(Qt::PlainText);
-  label->setText(text(words));
+  label->setText(breakable(words));
   label->setWordWrap(true);
-  label->setMinimumWidth(kTextWidth);
+  label->setFixedWidth(kTextWidth);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
   return label;
 }
