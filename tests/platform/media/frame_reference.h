@@ -32,6 +32,7 @@ struct Reference {
   std::string error;                   // empty when it could be decoded
   std::vector<ReferenceFrame> frames;  // in presentation order
   bool counted = false;
+  std::int64_t pixels = 0;  // of all frames together
 
   /// The last frame not after `time`, the first one when all are later.
   std::size_t indexAt(const platform::MediaTime& time) const {
@@ -149,6 +150,7 @@ class LinearDecode {
     while (avcodec_receive_frame(decoder_, frame) >= 0) {
       if ((frame->flags & AV_FRAME_FLAG_DISCARD) == 0) {
         pts_.push_back(frame->pts);
+        reference_.pixels += std::int64_t{frame->width} * frame->height;
         const std::string layout = av_get_pix_fmt_name(static_cast<AVPixelFormat>(frame->format));
         reference_.frames.push_back(
             {{}, hashOfPlanes(layout, frame->width, frame->height, frame->data, frame->linesize)});

@@ -1,6 +1,7 @@
 #include "vistrelle/platform/media/ffmpeg/frame_random_access.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 
 namespace vistrelle::platform {
@@ -74,35 +75,30 @@ std::optional<int> recoveryCount(Bytes unit) {
   return std::nullopt;
 }
 
+bool refreshesGradually(const AVPacket& packet, const AVCodecParameters& parameters) {
+  bool isGradual = false;
+  forEachNalUnit(packet, lengthBytes(parameters), [&](Bytes unit) {
+    // ITU-T H.264, table 7-1: 6 is SEI, 1 to 5 are slices, 5 those of an IDR picture.
+    const int type = unit[0] & 0x1f;
+    if (type == 6) isGradual = recoveryCount(unit).value_or(isGradual ? 1 : 0) > 0;
+    if (type == 5) isGradual = false;
+    return type > 5 || type == 0;
+  });
+  return isGradual;
+}
+
 }  // namespace
 
 bool isLandingPacket(const AVPacket& packet, const AVCodecParameters& parameters) {
   if ((packet.flags & AV_PKT_FLAG_KEY) == 0 || packet.pts == AV_NOPTS_VALUE) return false;
-  return parameters.codec_id != AV_CODEC_ID_HEVC || isHevcRandomAccess(packet, parameters);
-}
-
-int framesUntilRecovery(const AVPacket& packet, const AVCodecParameters& parameters) {
-  if (parameters.codec_id != AV_CODEC_ID_H264) return 0;
-  int frames = 0;
-  forEachNalUnit(packet, lengthBytes(parameters), [&](Bytes unit) {
-    const int type = unit[0] & 0x1f;
-    if (type == 6) frames = recoveryCount(unit).value_or(frames);
-    if (type == 5) frames = 0;
-    return type > 5 || type == 0;
-  });
-  return frames;
-}
-
-bool isReferenceFrame(const AVPacket& packet, const AVCodecParameters& parameters) {
-  if (parameters.codec_id != AV_CODEC_ID_H264) return true;
-  bool isReference = true;
-  forEachNalUnit(packet, lengthBytes(parameters), [&](Bytes unit) {
-    const int type = unit[0] & 0x1f;
-    if (type < 1 || type > 5) return true;
-    isReference = (unit[0] & 0x60) != 0;
-    return false;
-  });
-  return isReference;
+  switch (parameters.codec_id) {
+    case AV_CODEC_ID_HEVC:
+      return isHevcRandomAccess(packet, parameters);
+    case AV_CODEC_ID_H264:
+      return !refreshesGradually(packet, parameters);
+    default:
+      return true;
+  }
 }
 
 }  // namespace vistrelle::platform

@@ -46,8 +46,6 @@ void FrameRun::beginRun() {
   highestDts_ = std::numeric_limits<std::int64_t>::min();
   timesDoubtful_ = untimed_ = lastSkipped_ = false;
   lastPlace_.reset();
-  recoveryFrames_.reset();
-  trustedFrom_.reset();
   damage_ = {};
   unreadableCounted_ = 0;
 }
@@ -108,7 +106,6 @@ bool FrameRun::canContinueTo(std::int64_t place) const {
 void FrameRun::noteNewPackets() {
   for (; noted_ < packets_.queue().size(); ++noted_) {
     const AVPacket& packet = *packets_.queue()[noted_];
-    noteRecovery(packet);
     if (packet.pts == AV_NOPTS_VALUE || packet.dts == AV_NOPTS_VALUE || packet.dts > packet.pts ||
         packet.dts <= highestDts_) {
       timesDoubtful_ = true;
@@ -119,18 +116,6 @@ void FrameRun::noteNewPackets() {
   }
   damage_.refusedPackets += packets_.unreadable() - unreadableCounted_;
   unreadableCounted_ = packets_.unreadable();
-}
-
-// From which frame on what the decoder shows is whole.
-void FrameRun::noteRecovery(const AVPacket& packet) {
-  const AVCodecParameters& parameters = *packets_.stream()->codecpar;
-  if (!recoveryFrames_) recoveryFrames_ = landing_.fromStart ? 0 : framesUntilRecovery(packet, parameters);
-  if (trustedFrom_ || packet.pts == AV_NOPTS_VALUE) return;
-  if (*recoveryFrames_ == 0) {
-    trustedFrom_ = landing_.fromStart ? std::numeric_limits<std::int64_t>::min() : packet.pts;
-  } else if (isReferenceFrame(packet, parameters)) {
-    --*recoveryFrames_;
-  }
 }
 
 bool FrameRun::lookAhead() {
@@ -219,8 +204,7 @@ bool FrameRun::feed(std::int64_t place) {
 bool FrameRun::isVisible(const AVFrame& frame) const {
   if ((frame.flags & AV_FRAME_FLAG_DISCARD) != 0) return false;
   // What is shown before the key frame that decoding began at may lean on frames that were not decoded.
-  if (landing_.fromStart) return true;
-  return trustedFrom_ && (frame.pts == AV_NOPTS_VALUE || frame.pts >= *trustedFrom_);
+  return landing_.fromStart || frame.pts == AV_NOPTS_VALUE || frame.pts >= landing_.keyPts;
 }
 
 std::optional<std::int64_t> FrameRun::placeOf(const AVFrame& frame) const {

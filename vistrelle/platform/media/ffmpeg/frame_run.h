@@ -97,7 +97,6 @@ class FrameRun {
   bool feed(std::int64_t place);
   bool lookAhead();
   void noteNewPackets();
-  void noteRecovery(const AVPacket& packet);
   bool maySkip(const AVPacket& packet, std::int64_t place) const;
   bool isWanted(std::int64_t number, std::int64_t place) const;
   bool isVisible(const AVFrame& frame) const;
@@ -136,8 +135,6 @@ class FrameRun {
   bool untimed_ = false;        // some packets have no presentation time
   bool lastSkipped_ = false;
   std::optional<std::int64_t> lastPlace_;
-  std::optional<int> recoveryFrames_;        // still to come before the decoder has recovered
-  std::optional<std::int64_t> trustedFrom_;  // frames before it may lean on what was not decoded
   FrameDamage damage_;
   int unreadableCounted_ = 0;
 
