@@ -10,6 +10,8 @@ extern "C" {
 #include <array>
 #include <memory>
 
+#include "vistrelle/platform/imaging/resampler.h"
+
 namespace vistrelle::platform {
 namespace {
 
@@ -89,6 +91,8 @@ Scaler makeScaler(const PlanarImage& image, const FrameLayout& layout, const Pix
   set("dsth", height);
   set("dst_format", target);
   set("sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT);
+  av_opt_set_double(scaler.get(), "param0", 0, 0);
+  av_opt_set_double(scaler.get(), "param1", kCubicSharpness, 0);
   // The same range on both sides: samples are only scaled here, our own conversion knows their meaning.
   set("src_range", layout.fullRange ? 1 : 0);
   set("dst_range", layout.fullRange ? 1 : 0);

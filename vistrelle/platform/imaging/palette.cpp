@@ -64,6 +64,72 @@ Box boxOf(const std::vector<Cell>& cells, std::size_t first, std::size_t last) {
   return box;
 }
 
+std::size_t nearestColour(const std::vector<Colour8>& colours, const std::array<int, 3>& wanted) {
+  std::size_t best = 0;
+  int least = std::numeric_limits<int>::max();
+  for (std::size_t i = 0; i < colours.size(); ++i) {
+    int distance = 0;
+    for (std::size_t part = 0; part < 3; ++part) {
+      const int difference = wanted[part] - colours[i][part];
+      distance += difference * difference;
+    }
+    if (distance >= least) continue;
+    least = distance;
+    best = i;
+  }
+  return best;
+}
+
+Colour8 meanOf(const Cell& cell) {
+  Colour8 colour{};
+  for (std::size_t part = 0; part < 3; ++part) colour[part] = static_cast<std::uint8_t>(std::lround(cell.mean(part)));
+  return colour;
+}
+
+/// Moves every colour to the mean of the cells that are nearest to it (Lloyd's iteration).
+void refine(std::vector<Colour8>& colours, const std::vector<Cell>& cells) {
+  constexpr int kRounds = 4;
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<Cell> near(colours.size());
+    for (const Cell& cell : cells) {
+      const Colour8 mean = meanOf(cell);
+      Cell& sum = near[nearestColour(colours, {mean[0], mean[1], mean[2]})];
+      sum.count += cell.count;
+      for (std::size_t part = 0; part < 3; ++part) sum.sum[part] += cell.sum[part];
+    }
+    for (std::size_t i = 0; i < colours.size(); ++i) {
+      if (near[i].count > 0) colours[i] = meanOf(near[i]);
+    }
+  }
+}
+
+/// The nearest colour of a palette; answers are remembered for cells of four code values a side.
+class Nearest {
+ public:
+  explicit Nearest(const std::vector<Colour8>& colours) : colours_(colours), known_(kKnown, kUnknown) {}
+
+  std::uint8_t find(const Colour8& colour) {
+    constexpr int kDrop = 8 - kBits;
+    const std::size_t place = static_cast<std::size_t>((colour[0] >> kDrop) << (2 * kBits) |
+                                                       (colour[1] >> kDrop) << kBits | colour[2] >> kDrop);
+    std::int16_t& known = known_[place];
+    if (known == kUnknown) {
+      const auto middle = [](int value) { return (value >> kDrop << kDrop) + (1 << kDrop) / 2; };
+      known =
+          static_cast<std::int16_t>(nearestColour(colours_, {middle(colour[0]), middle(colour[1]), middle(colour[2])}));
+    }
+    return static_cast<std::uint8_t>(known);
+  }
+
+ private:
+  static constexpr int kBits = 6;
+  static constexpr std::size_t kKnown = std::size_t{1} << (3 * kBits);
+  static constexpr std::int16_t kUnknown = -1;
+
+  const std::vector<Colour8>& colours_;
+  std::vector<std::int16_t> known_;
+};
+
 /// Cuts the box with the largest error at its mean until there are enough boxes.
 std::vector<Colour8> medianCut(std::vector<Cell> cells, std::size_t most) {
   std::vector<Box> boxes{boxOf(cells, 0, cells.size())};
@@ -94,46 +160,11 @@ std::vector<Colour8> medianCut(std::vector<Cell> cells, std::size_t most) {
       all.count += cells[i].count;
       for (std::size_t part = 0; part < 3; ++part) all.sum[part] += cells[i].sum[part];
     }
-    Colour8 colour{};
-    for (std::size_t part = 0; part < 3; ++part) colour[part] = static_cast<std::uint8_t>(std::lround(all.mean(part)));
-    colours.push_back(colour);
+    colours.push_back(meanOf(all));
   }
+  refine(colours, cells);
   return colours;
 }
-
-/// The nearest colour of a palette; answers are remembered by cell.
-class Nearest {
- public:
-  explicit Nearest(const std::vector<Colour8>& colours) : colours_(colours), known_(kCells, kUnknown) {}
-
-  std::uint8_t find(const Colour8& colour) {
-    std::int16_t& known = known_[cellOf(colour)];
-    if (known == kUnknown) known = static_cast<std::int16_t>(search(colour));
-    return static_cast<std::uint8_t>(known);
-  }
-
- private:
-  static constexpr std::int16_t kUnknown = -1;
-
-  std::size_t search(const Colour8& colour) const {
-    std::size_t best = 0;
-    int least = std::numeric_limits<int>::max();
-    for (std::size_t i = 0; i < colours_.size(); ++i) {
-      int distance = 0;
-      for (std::size_t part = 0; part < 3; ++part) {
-        const int difference = colour[part] - colours_[i][part];
-        distance += difference * difference;
-      }
-      if (distance >= least) continue;
-      least = distance;
-      best = i;
-    }
-    return best;
-  }
-
-  const std::vector<Colour8>& colours_;
-  std::vector<std::int16_t> known_;
-};
 
 /// Rows of opaque colours and which pixels are transparent.
 class Rows {

@@ -7,14 +7,13 @@
 namespace vistrelle::platform {
 namespace {
 
-constexpr double kSharpness = 0.6;  // the same member of the cubic family (0, C) as in the one-pass frame scaler
 constexpr double kSupport = 2;
 
 /// Keys' cubic convolution kernel.
 double cubic(double distance) {
   const double x = std::fabs(distance);
-  if (x < 1) return ((2 - kSharpness) * x + kSharpness - 3) * x * x + 1;
-  if (x < 2) return ((-kSharpness * x + 5 * kSharpness) * x - 8 * kSharpness) * x + 4 * kSharpness;
+  if (x < 1) return ((2 - kCubicSharpness) * x + kCubicSharpness - 3) * x * x + 1;
+  if (x < 2) return ((-kCubicSharpness * x + 5 * kCubicSharpness) * x - 8 * kCubicSharpness) * x + 4 * kCubicSharpness;
   return 0;
 }
 

@@ -30,6 +30,9 @@ class RowSource {
   virtual void read(int y, int first, int last, float* rgba) = 0;
 };
 
+/// The cubic kernel of all scaling (B = 0, C = 0.5: Catmull and Rom's, exact for parabolas).
+inline constexpr double kCubicSharpness = 0.5;
+
 /// Scales with a bicubic kernel that is widened when the picture shrinks, so that nothing aliases, and writes RGBA
 /// rows, colour multiplied by alpha; `rowBytes` apart. Positions are exact to fractions of a pixel.
 void resample(RowSource& source, const AxisMap& x, const AxisMap& y, std::uint8_t* target, std::size_t rowBytes);

@@ -7,6 +7,7 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "vistrelle/platform/imaging/colour_conversion.h"
@@ -48,7 +49,11 @@ class RgbRows : public RowSource {
     const int count = last - first + 1;
     samples_.resize(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) rgba[4 * i + 3] = 1;
-    for (int component = 0; component < components_; ++component) readComponent(component, y, first, count, rgba);
+    if (isPalette_) {
+      readPalette(y, first, count, rgba);
+    } else {
+      for (int component = 0; component < components_; ++component) readComponent(component, y, first, count, rgba);
+    }
     conversion_.mapTones(rgba, count);
     if (components_ < 4) return;
     for (int i = 0; i < count; ++i) {
@@ -57,10 +62,24 @@ class RgbRows : public RowSource {
   }
 
  private:
+  void readSamples(int component, int y, int first, int count) {
+    av_read_image_line2(samples_.data(), data_.data(), rowBytes_.data(), &descriptor_, first, y, component, count, 0,
+                        sizeof(samples_[0]));
+  }
+
+  /// 256 entries of alpha, red, green and blue from the upper to the lower byte of a native 32-bit number.
+  void readPalette(int y, int first, int count, float* rgba) {
+    readSamples(0, y, first, count);
+    for (int i = 0; i < count; ++i) {
+      std::uint32_t entry = 0;
+      std::memcpy(&entry, data_[1] + std::size_t{4} * samples_[static_cast<std::size_t>(i)], sizeof entry);
+      for (const int shift : {16, 8, 0, 24}) *rgba++ = static_cast<float>(entry >> shift & 0xFF) / 255;
+    }
+  }
+
   void readComponent(int component, int y, int first, int count, float* rgba) {
-    av_read_image_line2(samples_.data(), data_.data(), rowBytes_.data(), &descriptor_, first, y, component, count,
-                        isPalette_ ? 1 : 0, sizeof(samples_[0]));
-    const int depth = isPalette_ ? 8 : descriptor_.comp[component].depth;
+    readSamples(component, y, first, count);
+    const int depth = descriptor_.comp[component].depth;
     const bool limited = !fullRange_ && component < 3;
     const float black = limited ? std::ldexp(16.0F, depth - 8) : 0.0F;
     const float span = limited ? std::ldexp(219.0F, depth - 8) : std::ldexp(1.0F, depth) - 1;
