@@ -23,7 +23,7 @@ unordered_map unordered_set utility valarray variant vector version
 POSIX = re.compile(r"^(dirent|dlfcn|errno|fcntl|grp|limits|poll|pwd|sched|signal|spawn|stdint|stdio|stdlib|string|strings|"
                    r"termios|time|unistd|netdb|ifaddrs|(sys|netinet|arpa|net|linux)/[a-z0-9_]+)\.h$")
 # Rooms whose headers are shared only among the sources that stand on one library.
-PRIVATE_ROOMS = ("platform/media/ffmpeg/",)
+PRIVATE_ROOMS = ("platform/dialogs/qt/", "platform/media/ffmpeg/")
 PRIVATE_HEADER = re.compile(r"(^|/)private/")
 
 
@@ -48,7 +48,7 @@ def breaches(root):
             where = f"{path}:{number}"
             if not platform and third_party(kind, name):
                 yield f"{where}: a module includes the third-party header {name}"
-            if not platform and name.startswith("vistrelle/" + PRIVATE_ROOMS[0]):
+            if not platform and name.removeprefix("vistrelle/").startswith(PRIVATE_ROOMS):
                 yield f"{where}: a module includes {name}, which is private to its room"
             if platform and name.startswith("vistrelle/") and not name.startswith("vistrelle/platform/"):
                 yield f"{where}: platform includes {name} of the floor above"

@@ -80,8 +80,11 @@ class TerminalPresenter final : public AlertPresenter {
     const std::string text = alertText(content_);
     plain("{}", text);
     if (terminal_.isForeground() && ::isatty(STDERR_FILENO) == 0) terminal_.write(text);
-    if (!terminal_.isForeground()) state_->lose();
-    if (terminal_.isOpen()) startThread();
+    if (terminal_.isOpen()) {
+      startThread();
+    } else {
+      state_->lose();
+    }
   }
 
   ~TerminalPresenter() override {
@@ -101,7 +104,7 @@ class TerminalPresenter final : public AlertPresenter {
   }
 
   void listen() {
-    bool foreground = terminal_.isForeground();
+    bool foreground = true;
     while (!ended_ && !done_) {
       const bool now = terminal_.isForeground();
       if (foreground && !now) state_->lose();
