@@ -1,5 +1,6 @@
 #include "registry.h"
 #include "vistrelle/cli/diagnostics.h"
+#include "vistrelle/cli/entry.h"
 
 namespace call {
 
@@ -13,6 +14,20 @@ void addCliOperations(Registry& registry) {
   registry.add("setExportFinished", &setExportFinished);
   registry.add("generalFlag", &generalFlag);
   registry.add("setGeneralFlag", &setGeneralFlag);
+  // The seven references are plain numbers here: the host never looks behind them.
+  registry.add("objectReference", [](int index) { return reinterpret_cast<std::intptr_t>(objectReference(index)); });
+  registry.add("setObjectReference", [](int index, std::intptr_t object) {
+    setObjectReference(index, reinterpret_cast<const void*>(object));
+  });
+  registry.add("redirectStdoutToFile", &redirectStdoutToFile);
+  registry.add("bannerPrint", &bannerPrint);
+  registry.add("stderrPrint", &stderrPrint);
+  registry.add("vistrelleMain", [](const std::vector<std::string>& arguments) {
+    std::vector<const char*> pointers{"vistrelle"};
+    for (const std::string& each : arguments) pointers.push_back(each.c_str());
+    pointers.push_back(nullptr);
+    return vistrelleMain(static_cast<int>(pointers.size()) - 1, pointers.data());
+  });
   registry.add("markerTime", [] { return std::string(markerTime()); });
   registry.add("markerSteps", [] { return std::string(markerSteps()); });
   registry.add("markerPourcentage", [] { return std::string(markerPourcentage()); });
