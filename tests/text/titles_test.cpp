@@ -77,7 +77,7 @@ TEST(TrimPathStr, CleansAndCuts) {
   EXPECT_EQ(trimPathStr("éàü.mov", 2), "éà.mov");
   EXPECT_EQ(trimPathStr("name", 99), "name");
   EXPECT_EQ(trimPathStr("/name", 2), "/na");
-  EXPECT_EQ(trimPathStr("a:b.mov", 0), ".mov");
+  EXPECT_EQ(trimPathStr("a:b.mov", 0), "");  // no name takes no extension
   EXPECT_EQ(trimPathStr(std::nullopt, 9), std::nullopt);
   EXPECT_TRUE(log.lines().empty());
 }
