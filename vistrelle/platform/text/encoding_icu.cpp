@@ -107,6 +107,24 @@ std::u32string piecesOf(char32_t code) {
   return pieces;
 }
 
+// "½" is made of "1", "⁄" and "2", and "⁄" is spelled "/": two steps.
+constexpr int kMostSteps = 2;
+
+/// The encodable characters that a character is made of, its marks dropped; empty when it is made of anything else.
+std::string madeOf(char32_t code, const IsEncodable& isEncodable, int steps) {
+  std::string text;
+  for (const char32_t piece : piecesOf(code)) {
+    if (isEncodable(piece)) {
+      appendCharacter(text, piece);
+    } else if (!isMark(piece)) {
+      const std::string inner = steps > 1 ? madeOf(piece, isEncodable, steps - 1) : std::string();
+      if (inner.empty()) return {};
+      text += inner;
+    }
+  }
+  return text;
+}
+
 }  // namespace
 
 const char* icuName(EncodingNumber encoding) {
@@ -179,21 +197,11 @@ std::string replaceUnencodable(std::string_view text, const IsEncodable& isEncod
     const Character character = characterAt(text, position);
     if (character.valid && isEncodable(character.code)) {
       result.append(text.substr(position, character.length));
-    } else {
-      std::string replacement;
-      const std::u32string pieces = character.valid ? piecesOf(character.code) : std::u32string();
-      for (const char32_t piece : pieces) {
-        if (isEncodable(piece)) {
-          appendCharacter(replacement, piece);
-        } else if (!isMark(piece)) {
-          replacement.clear();
-          break;
-        }
-      }
+    } else if (character.valid && isMark(character.code) && !result.empty()) {
       // A mark that stood on its own letter is dropped; everything else leaves a trace.
-      const bool onlyMark = character.valid && isMark(character.code) && !result.empty();
-      if (replacement.empty() && !onlyMark) replacement = "?";
-      result.append(replacement);
+    } else {
+      const std::string made = character.valid ? madeOf(character.code, isEncodable, kMostSteps) : std::string();
+      result.append(made.empty() ? "?" : made);
     }
     position += character.length;
   }
