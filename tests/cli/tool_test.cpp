@@ -6,11 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "tests/support/child.h"
 #include "tests/support/clips.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/terminal_run.h"
 #include "tests/support/tool_run.h"
 #include "vistrelle/platform/imaging/picture.h"
 
@@ -356,10 +358,26 @@ TEST_F(Tool, NumbersDoNotDependOnTheLocale) {
   EXPECT_NE(run.error.find("Mirelund currTime   = 3/2 (1.500)\n"), std::string::npos) << run.error;
 }
 
-TEST_F(Tool, SuspiciousZeroIsSaidOnceOnTheTerminalAndGivesUp) {
+TEST_F(Tool, MisreadTimecodeIsSilentInOrdinaryUse) {
   const RunResult quiet = shoot(sampleMovie(kCamera), {"-tc", "1:30"});
   EXPECT_EQ(quiet.status, 0);
   EXPECT_EQ(quiet.error.find("timecodeStr2Float"), std::string::npos);
+}
+
+TEST_F(Tool, SuspiciousZeroIsSaidOnceAndReturnAnswersIt) {
+  const std::string command = std::string("env -u DISPLAY -u WAYLAND_DISPLAY '") + VISTRELLE_TOOL + "' -v -i '" +
+                              sampleMovie(kCamera) + "' -o '" + out + "' -w 320 -h 240 -tc 1:30";
+  testing::TerminalRun terminal([&command] { return std::to_string(std::system(command.c_str())); });
+  ASSERT_TRUE(terminal.shows("revoir :-( returnedFloat = 0.000000")) << terminal.screen();
+  terminal.type("\n");
+  EXPECT_EQ(terminal.result(), "0") << terminal.screen();
+  const std::string& screen = terminal.screen();
+  const std::size_t first = screen.find("utils > timecodeStr2Float ? :-/");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(screen.find("utils > timecodeStr2Float ? :-/", first + 1), std::string::npos);
+  // It comes from the loop, after the list was shown.
+  EXPECT_LT(screen.find("Mirelund dstTimeDou"), first);
+  EXPECT_TRUE(isWholeJpeg(out));
 }
 
 }  // namespace
