@@ -62,7 +62,7 @@ float eyetvBundleDuration(const OptionalText& path) {
   }
   float duration = 0;
   if (const OptionalText text = onOneLine(*bytes)) {
-    if (const OptionalText value = durationText(*text)) duration = str2Float(value);
+    if (const OptionalText value = durationText(*text)) duration = readFloat(value);
   }
   logVerbose("returnFloat          : {:f}", duration);
   return duration;

@@ -65,13 +65,13 @@ Protection protectionByText(const std::string& path) {
 /// Whether the item is a home folder, in whatever spelling, or a folder above one.
 bool isHomeOrAbove(const std::string& path, const std::string& place) {
   const auto target = itemAt(path, true);
-  const auto item = itemAt(place, false);
+  // A link to a folder above the home is an ordinary link, but not when a "/" at the end leads through it.
+  const auto item = itemAt(path.ends_with('/') ? path : place, false);
   for (const std::string& home : {platform::homeFolder(), platform::homeFolderOfRecord()}) {
     if (home.empty()) continue;
     if (place == home || isSameItem(target, home)) return true;
     const std::string real = fileManager().get()->resolvedPath(home).value_or(home);
     for (const std::string& spelling : {platform::standardizedPath(home), real}) {
-      // A link to a folder above the home is an ordinary link.
       for (std::string above = spelling; above.size() > 1;) {
         above = deletingLastPathComponent(above);
         if (place == above || (!above.empty() && isSameItem(item, above))) return true;

@@ -152,7 +152,7 @@ std::optional<Data> PosixFileManager::contents(const std::string& path, std::int
   Data data;
   // The size is only a first guess: files of /proc say 0, and a file may grow while it is read.
   for (std::size_t used = 0;;) {
-    const std::size_t step = used == 0 ? static_cast<std::size_t>(status.st_size) + 4096 : used;
+    const std::size_t step = used == 0 ? static_cast<std::size_t>(status.st_size) + 1 : 64 * 1024;
     data.resize(used + step);
     const ssize_t count = ::read(file.get(), data.data() + used, step);
     if (count < 0 && errno == EINTR) continue;
