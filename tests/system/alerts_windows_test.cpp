@@ -258,6 +258,16 @@ TEST_P(DisplayTest, AWaylandThatCannotBeReached) {
   EXPECT_GE(seconds, 1.0);
 }
 
+TEST_P(DisplayTest, APlatformWithoutAScreenIsNoDisplay) {
+  for (const char* platform : {"offscreen", "minimal"}) {
+    const Environment unseen(
+        Environment::Variables{{"QT_QPA_PLATFORM", platform}, {"QT_QPA_GENERIC_PLUGINS", std::nullopt}});
+    log_.clear();
+    EXPECT_EQ(giveUp("", "A", "B", kNone, 0), "A");
+    EXPECT_TRUE(log_.has("alert               :-/ nobody to answer 'Message', button 1"));
+  }
+}
+
 TEST_P(DisplayTest, WithoutThePlugInTheTextGoesToTheTerminal) {
   const testing::ScratchFolder empty;
   const Environment elsewhere(Environment::Variables{{"VISTRELLE_DIALOGS", empty.path()}});

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <charconv>
 #include <chrono>
+#include <string_view>
 #include <thread>
 
 #include "vistrelle/platform/dialogs/alert_state.h"
@@ -21,12 +22,19 @@ using Steady = std::chrono::steady_clock;
 /// A display that accepts the helper and then says nothing is as good as none.
 constexpr std::chrono::seconds kShowingLimit{10};
 
+std::string_view variable(const char* name) {
+  const char* value = ::getenv(name);
+  return value ? value : "";
+}
+
+/// Whether a window could be seen by somebody. The toolkit's platforms without a screen have nobody before them, unless
+/// an input plug-in plays a person.
 bool hasDisplay() {
-  const auto given = [](const char* name) {
-    const char* value = ::getenv(name);
-    return value && *value;
-  };
-  return given("DISPLAY") || given("WAYLAND_DISPLAY") || given("QT_QPA_PLATFORM");
+  const std::string_view platform = variable("QT_QPA_PLATFORM");
+  if (platform.starts_with("offscreen") || platform.starts_with("minimal")) {
+    return !variable("QT_QPA_GENERIC_PLUGINS").empty();
+  }
+  return !platform.empty() || !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
 }
 
 /// Talks with the helper on a thread of its own, so that neither a slow display nor a slow person holds anybody up.

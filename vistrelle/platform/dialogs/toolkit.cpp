@@ -35,7 +35,12 @@ std::vector<std::string> candidateFolders() {
   if (const char* chosen = ::secure_getenv("VISTRELLE_DIALOGS"); chosen && *chosen) return {chosen};
   std::vector<std::string> folders;
   for (const std::string& file : {resolved("/proc/self/exe"), ownFile()}) {
-    if (!file.empty()) folders.push_back(deletingLastPathComponent(file));
+    if (file.empty()) continue;
+    const std::string folder = deletingLastPathComponent(file);
+    folders.push_back(folder);
+    // bin and lib of an installation, wherever it was moved, and lib's folder for the machine's kind.
+    folders.push_back(folder + "/../libexec/vistrelle");
+    folders.push_back(folder + "/../../libexec/vistrelle");
   }
   folders.emplace_back(VISTRELLE_DIALOGS_FOLDER);
   return folders;
@@ -70,6 +75,7 @@ std::shared_ptr<Toolkit> loadToolkit() {
     return nullptr;
   }
   loaded.reset(reinterpret_cast<Toolkit* (*)()>(symbol)());
+  if (!loaded) log("dialogs             :-( the toolkit's application object is missing");
   return loaded;
 }
 

@@ -24,7 +24,8 @@ class Toolkit : public Dialogs {
   virtual std::shared_ptr<View> view(void* widget) = 0;
 };
 
-/// Loads the plug-in into this process (once); empty, with a log line, when it is not there or cannot be loaded.
+/// Loads the plug-in into this process (once); empty, with a log line, when it is not there or cannot be loaded, or
+/// the host has no application object yet.
 std::shared_ptr<Toolkit> loadToolkit();
 
 struct DialogFiles {
@@ -36,6 +37,6 @@ std::optional<DialogFiles> findDialogFiles();
 
 /// What the plug-in exports with C linkage.
 inline constexpr const char* kServeSymbol = "vistrelleDialogsServe";      ///< int(int socket): the helper's whole life
-inline constexpr const char* kToolkitSymbol = "vistrelleDialogsToolkit";  ///< Toolkit*(), owned by the caller
+inline constexpr const char* kToolkitSymbol = "vistrelleDialogsToolkit";  ///< Toolkit*(), owned by the caller, or null
 
 }  // namespace vistrelle::platform

@@ -46,6 +46,11 @@ class ToolkitTest : public ::testing::Test {
   void SetUp() override {
     ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
     ::setenv("VISTRELLE_DIALOGS", VISTRELLE_DIALOG_FILES, 1);
+    if (!QCoreApplication::instance()) {
+      RecordingLog log;
+      EXPECT_EQ(platform::loadToolkit(), nullptr);
+      EXPECT_TRUE(log.has("dialogs             :-( the toolkit's application object is missing"));
+    }
     application();
     QApplication::setQuitOnLastWindowClosed(false);
     toolkit_ = platform::loadToolkit();

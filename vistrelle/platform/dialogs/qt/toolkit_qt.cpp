@@ -166,5 +166,7 @@ class QtToolkit final : public Toolkit {
 }  // namespace vistrelle::platform::qt
 
 extern "C" __attribute__((visibility("default"))) vistrelle::platform::Toolkit* vistrelleDialogsToolkit() {
+  // Without one, the first widget would end the host.
+  if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return nullptr;
   return new vistrelle::platform::qt::QtToolkit;
 }
