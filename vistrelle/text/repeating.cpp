@@ -10,8 +10,8 @@ namespace {
 constexpr std::size_t kPlainPasses = 4;
 constexpr std::size_t kSmallText = 1024;
 constexpr std::size_t kLargestLinked = std::size_t{1} << 31;
-constexpr std::size_t kAllowedSize = std::size_t{1} << 22;
-constexpr std::size_t kMostReplacements = 1'000'000'000;
+constexpr std::size_t kAllowedSize = std::size_t{1} << 20;
+constexpr std::size_t kMostReplacements = 100'000'000;
 
 /// The bounds of a repetition that may never end by itself.
 class Bounds {

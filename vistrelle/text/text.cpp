@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 
 #include "vistrelle/cli/diagnostics.h"
 #include "vistrelle/platform/files/path.h"
@@ -47,7 +48,9 @@ float readNumber(const std::string& text, bool tells) {
   std::string withoutBlanks;
   std::string_view cleaned = text;
   if (const std::size_t blank = text.find(' '); blank != std::string::npos) {
-    withoutBlanks = TextSearch(" ").replacedIn(text, "", blank);
+    withoutBlanks.assign(text, 0, blank);
+    std::copy_if(text.begin() + static_cast<std::ptrdiff_t>(blank), text.end(), std::back_inserter(withoutBlanks),
+                 [](char c) { return c != ' '; });
     cleaned = withoutBlanks;
   }
   const ScannedFloat scanned = scanFloat(withoutLeadingLetters(cleaned));

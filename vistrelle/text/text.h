@@ -21,7 +21,7 @@ using platform::Value;
 /// the search, the result is that of one pass, reached through a marker. An empty search occurs nowhere.
 ///
 /// Some pairs make a repetition that never ends or grows without end ("ab" by "bbaa"): it stops, with one log line
-/// and the text so far, when the text outgrows both 4 MiB and 16 times the first pass, or after 10^9 replacements.
+/// and the text so far, when the text outgrows both 1 MiB and 16 times the first pass, or after 10^8 replacements.
 OptionalText findAndReplace(const OptionalText& text, const OptionalText& search, const OptionalText& replacement,
                             bool repeat);
 
