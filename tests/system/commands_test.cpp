@@ -62,7 +62,9 @@ using LaunchTest = Watched<VerboseSystemTest>;
 using ViaCatTest = Watched<SystemTest>;
 using ViaCatVerboseTest = Watched<VerboseSystemTest>;
 
-Value list(const Words& words) { return List(words.begin(), words.end()); }
+Value list(const Words& words) {
+  return List(words.begin(), words.end());
+}
 
 // ---- taskArray ------------------------------------------------------------------------------------------------------
 
@@ -162,8 +164,8 @@ TEST_F(TaskArrayTest, ChildEnvironmentOfABareTool) {
   EXPECT_THAT(*text, ::testing::HasSubstr("LC_CTYPE=en_US.UTF-8\n"));
   EXPECT_THAT(*text, ::testing::HasSubstr("FONTCONFIG_FILE=" + platform::homeFolder() +
                                           "/Library/Application Support/(null)/fonts.conf\n"));
-  EXPECT_THAT(*text, ::testing::HasSubstr("FONTCONFIG_PATH=" + temporaryFolder() +
-                                          "/app.app/Contents/Resources/fonts\n"));
+  EXPECT_THAT(*text,
+              ::testing::HasSubstr("FONTCONFIG_PATH=" + temporaryFolder() + "/app.app/Contents/Resources/fonts\n"));
 }
 
 TEST_F(TaskArrayTest, ChildEnvironmentNamesTheBundle) {
@@ -216,7 +218,8 @@ TEST_F(TaskWithStrTest, QuotesAroundAnElementAreReplaced) {
 }
 
 TEST_F(TaskWithStrTest, RedirectionsPassUnquoted) {
-  EXPECT_EQ(taskWithStr(list({"/bin/ls", "/absent-item", "2>&1", "|", "/bin/grep", "-c", "absent"}), std::nullopt), "1");
+  EXPECT_EQ(taskWithStr(list({"/bin/ls", "/absent-item", "2>&1", "|", "/bin/grep", "-c", "absent"}), std::nullopt),
+            "1");
   EXPECT_EQ(lastLine(), "/bin/ls /absent-item 2>&1 | /bin/grep -c absent");
   const std::string out = file("out.txt");
   EXPECT_FALSE(taskWithStr(list({"/bin/echo", "x", ">", out}), std::nullopt));
@@ -321,7 +324,8 @@ TEST_F(TaskWithStrTest, TextThatIsSafeOnlyAtTheSecondQuestionIsMissing) {
   struct Moody : platform::ForwardingProcessRunner {
     using ForwardingProcessRunner::ForwardingProcessRunner;
     platform::ProcessOutput run(const Command& command) override {
-      if (command.arguments.back() == "/bin/echo moody 2>&1" && ++asked % 2 == 1) return {std::string("other\n"), 65536};
+      if (command.arguments.back() == "/bin/echo moody 2>&1" && ++asked % 2 == 1)
+        return {std::string("other\n"), 65536};
       return ForwardingProcessRunner::run(command);
     }
     int asked = 0;

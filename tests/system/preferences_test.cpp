@@ -149,7 +149,8 @@ TEST_F(PreferencesVerboseTest, LinesOfReading) {
 
 TEST_F(PreferencesVerboseTest, LinesOfWriting) {
   prefWrite("key", 1);
-  EXPECT_EQ(log_.lines(), (std::vector<std::string>{"prefWrite           - old ? nil", "prefWrite           - def : 1"}));
+  EXPECT_EQ(log_.lines(),
+            (std::vector<std::string>{"prefWrite           - old ? nil", "prefWrite           - def : 1"}));
   log_.clear();
   prefWrite("key", 2);
   EXPECT_EQ(log_.lines(), (std::vector<std::string>{"prefWrite           - old ? 1", "prefWrite           - def : 2"}));
