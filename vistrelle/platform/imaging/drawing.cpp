@@ -249,9 +249,17 @@ void DrawingContext::fill(const DrawingRect& rect, const Colour& colour) {
                            static_cast<float>(part(colour.green) * alpha * 255),
                            static_cast<float>(part(colour.blue) * alpha * 255), static_cast<float>(alpha * 255)};
   const std::uint8_t whole[4] = {toByte(values[0]), toByte(values[1]), toByte(values[2]), toByte(values[3])};
+  std::vector<std::uint8_t> wholeRow;  // filled pixel by pixel once, then copied
+  if (x.d0 == x.first && x.d1 == x.last) {
+    for (int i = 0; i < x.count(); ++i) wholeRow.insert(wholeRow.end(), whole, whole + 4);
+  }
   for (int j = 0; j < y.count(); ++j) {
     const float down = y.coverage(j);
     std::uint8_t* pixel = raster_.row(y.first + j) + static_cast<std::size_t>(x.first) * 4;
+    if (down == 1 && !wholeRow.empty()) {
+      std::memcpy(pixel, wholeRow.data(), wholeRow.size());
+      continue;
+    }
     for (int i = 0; i < x.count(); ++i, pixel += 4) {
       const float weight = down * x.coverage(i);
       if (weight == 1) {

@@ -131,7 +131,9 @@ std::optional<FullPlanes> scaleFrame(const PlanarImage& image, const FrameLayout
   result.hasAlpha = layout.hasAlpha;
   result.rowSamples = (static_cast<std::size_t>(width) + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
   const std::size_t planes = layout.hasAlpha ? 4 : 3;
-  result.samples.resize(planes * static_cast<std::size_t>(height) * result.rowSamples + kRowAlignment);
+  // Not cleared: every sample is written by the scaler.
+  result.samples = std::make_unique_for_overwrite<std::uint16_t[]>(
+      planes * static_cast<std::size_t>(height) * result.rowSamples + kRowAlignment);
 
   std::array<std::uint8_t*, 4> out{};
   std::array<int, 4> outBytes{};

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
-#include <vector>
 
 #include "vistrelle/platform/imaging/frame_layout.h"
 #include "vistrelle/platform/imaging/picture.h"
@@ -17,10 +17,10 @@ struct FullPlanes {
   int height = 0;
   bool hasAlpha = false;
   std::size_t rowSamples = 0;
-  std::vector<std::uint16_t> samples;  ///< plane after plane
+  std::unique_ptr<std::uint16_t[]> samples;  ///< plane after plane
 
   const std::uint16_t* row(std::size_t plane, int y) const {
-    return samples.data() + (plane * static_cast<std::size_t>(height) + static_cast<std::size_t>(y)) * rowSamples;
+    return samples.get() + (plane * static_cast<std::size_t>(height) + static_cast<std::size_t>(y)) * rowSamples;
   }
 };
 

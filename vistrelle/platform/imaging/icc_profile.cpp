@@ -10,7 +10,7 @@
 namespace vistrelle::platform {
 namespace {
 
-constexpr int kCurveEntries = 860;
+constexpr int kCurveEntries = 810;
 constexpr std::size_t kDateOffset = 24;  // ICC.1:2001-04, 6.1: twelve bytes, six big-endian numbers
 
 struct LcmsDeleter {

@@ -18,32 +18,13 @@ std::uint32_t read32(const Bytes8& bytes, std::size_t at) {
          static_cast<std::uint32_t>(bytes[at + 2]) << 8 | bytes[at + 3];
 }
 
-void put(Bytes8& bytes, std::uint32_t value, int count) {
-  for (int shift = 8 * (count - 1); shift >= 0; shift -= 8) bytes.push_back(static_cast<std::uint8_t>(value >> shift));
-}
-
-void putType(Bytes8& bytes, const char* type) {
-  bytes.insert(bytes.end(), type, type + 4);
-}
-
 /// A resolution box with a capture resolution, ISO/IEC 15444-1, I.5.3.7: pixels a metre as a fraction times a power
-/// of ten.
-Bytes8 resolutionBox(double dpi) {
-  constexpr std::uint32_t kInner = 8 + 10;
-  constexpr std::uint32_t kDenominator = 254;  // 100 / 2.54 is 10000 / 254
-  const auto numerator = static_cast<std::uint32_t>(std::lround(std::clamp(dpi, 1.0, 65535.0)));
-  Bytes8 box;
-  put(box, 8 + kInner, 4);
-  putType(box, "res ");
-  put(box, kInner, 4);
-  putType(box, "resc");
-  for (int axis = 0; axis < 2; ++axis) {
-    put(box, numerator, 2);
-    put(box, kDenominator, 2);
-  }
-  put(box, 4, 1);
-  put(box, 4, 1);
-  return box;
+/// of ten, down and across. 100 / 2.54 is 10000 / 254.
+std::array<std::uint8_t, 26> resolutionBox(double dpi) {
+  const auto numerator = static_cast<unsigned>(std::lround(std::clamp(dpi, 1.0, 65535.0)));
+  const auto high = static_cast<std::uint8_t>(numerator >> 8);
+  const auto low = static_cast<std::uint8_t>(numerator);
+  return {0, 0, 0, 26, 'r', 'e', 's', ' ', 0, 0, 0, 18, 'r', 'e', 's', 'c', high, low, 0, 254, high, low, 0, 254, 4, 4};
 }
 
 /// The library writes no resolution: the box goes at the end of the header box ("jp2h").
@@ -54,11 +35,10 @@ void insertResolution(Bytes8& file, double dpi) {
     if (length < 8 || length > file.size() - place) return;
     if (std::equal(file.begin() + static_cast<std::ptrdiff_t>(place) + 4,
                    file.begin() + static_cast<std::ptrdiff_t>(place) + 8, "jp2h")) {
-      const Bytes8 box = resolutionBox(dpi);
+      const auto box = resolutionBox(dpi);
       file.insert(file.begin() + static_cast<std::ptrdiff_t>(place + length), box.begin(), box.end());
-      Bytes8 longer;
-      put(longer, length + static_cast<std::uint32_t>(box.size()), 4);
-      std::copy(longer.begin(), longer.end(), file.begin() + static_cast<std::ptrdiff_t>(place));
+      const std::uint32_t longer = length + static_cast<std::uint32_t>(box.size());
+      for (std::size_t i = 0; i < 4; ++i) file[place + i] = static_cast<std::uint8_t>(longer >> (24 - 8 * i));
       return;
     }
     place += length;
