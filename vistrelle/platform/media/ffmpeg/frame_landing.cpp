@@ -28,13 +28,14 @@ bool readToKey(FramePackets& packets, std::int64_t limit, std::int64_t* earliest
     const bool isKey = isLandingPacket(packet, *packets.stream()->codecpar);
     if (isKey) *earliestKey = std::min(*earliestKey, earliestTimeOf(packet));
     const bool isAfter = packet.pts != AV_NOPTS_VALUE && packet.pts > limit;
+    const bool isLast = isAfter && (packet.flags & AV_PKT_FLAG_DISCARD) == 0;
     if (isKey && !isAfter) {
       while (packets.queue().size() > 1) packets.dropFirst();
       found = true;
     } else if (!found) {
       packets.dropFirst();
     }
-    if (isAfter && (packet.flags & AV_PKT_FLAG_DISCARD) == 0) break;
+    if (isLast) break;
   }
   return found;
 }
@@ -79,7 +80,7 @@ bool landOnKey(FramePackets& packets, const LandingRules& rules, std::int64_t li
   if (beginsAtStart(packets, rules, limit)) return landOnStart(packets, landing);
   // Containers without an index look for decoding times: what is asked for must lie before the key.
   std::int64_t ask = std::min(limit, rules.latest);
-  if (!rules.hasIndex) ask -= rules.second / 2;
+  if (!rules.hasIndex) ask = av_sat_sub64(ask, rules.second / 2);
   std::int64_t step = rules.second;
   for (int attempt = 0; attempt < kTries && ask >= rules.earliest; ++attempt) {
     std::int64_t earliestKey = kNone;
@@ -92,7 +93,7 @@ bool landOnKey(FramePackets& packets, const LandingRules& rules, std::int64_t li
       continue;
     }
     ask = std::min(ask - step, earliestKey == kNone ? kNone : earliestKey - 1);
-    step *= 4;
+    step *= 4;  // reaches years long before it could overflow
   }
   return landOnStart(packets, landing);
 }

@@ -81,10 +81,9 @@ bool FrameRun::prepareDecoder(std::int64_t target, std::string* error) {
     threading = Threading::one;
   } else if (!rules_.isIntraOnly) {
     const std::int64_t from = landing_.fromStart ? rules_.landing.earliest : landing_.keyPts;
-    const std::int64_t frames = rules_.isCounted
-                                    ? target
-                                    : av_rescale(std::max<std::int64_t>(0, target - from), rules_.rate.num,
-                                                 std::max<std::int64_t>(1, rules_.rate.den) * rules_.landing.second);
+    const std::int64_t to = std::clamp(target, from, std::max(from, rules_.landing.latest));
+    const std::int64_t perSecond = std::max<std::int64_t>(1, rules_.rate.den) * rules_.landing.second;
+    const std::int64_t frames = rules_.isCounted ? target : av_rescale(to - from, rules_.rate.num, perSecond);
     if (frames >= kLongRun) threading = Threading::frames;
   }
   if (decoder_ && decoder_->threading() == threading && decoder_->isPatient() == patient_) {

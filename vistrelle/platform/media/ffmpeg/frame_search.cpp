@@ -1,5 +1,9 @@
 #include "vistrelle/platform/media/ffmpeg/frame_search.h"
 
+extern "C" {
+#include <libavutil/common.h>
+}
+
 #include <limits>
 
 namespace vistrelle::platform {
@@ -35,7 +39,7 @@ FrameRun::Answer FrameSearch::goOn(std::int64_t place) {
   finishGroup();
   const LandingRules& landing = run_.rules().landing;
   const std::int64_t near = landing.second * (landing.hasIndex ? 2 : 8);
-  if (place - from > near) return {Answer::Kind::unproven, nullptr, {}};
+  if (av_sat_sub64(place, from) > near) return {Answer::Kind::unproven, nullptr, {}};
   run_.skipToKeyFor(place);
   return workUpTo(place, run_.landing().fromStart ? from : run_.landing().keyPts);
 }
