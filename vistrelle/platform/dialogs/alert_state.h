@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -34,6 +35,9 @@ class AlertState {
     std::lock_guard lock(mutex_);
     ticked_ = ticked;
   }
+  /// The alert is before the person's eyes.
+  void show() { shown_ = true; }
+  bool shown() const { return shown_; }
   /// Nobody can be asked on this road (any more).
   void lose() {
     {
@@ -67,6 +71,7 @@ class AlertState {
  private:
   mutable std::mutex mutex_;
   std::optional<Answer> answer_;
+  std::atomic<bool> shown_{false};
   bool ticked_ = false;
   bool lost_ = false;
   Signal answered_;

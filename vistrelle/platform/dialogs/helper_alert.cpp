@@ -101,6 +101,7 @@ class HelperPresenter final : public AlertPresenter {
     if (message.empty()) return false;
     if (message[0] == wire::kShown) {
       shown_ = true;
+      state_->show();
     } else if (message[0] == wire::kTick && message.size() == 2) {
       state_->tick(message[1] == "1");
     } else if (message[0] == wire::kAnswer && message.size() == 3) {

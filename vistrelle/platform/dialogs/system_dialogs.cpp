@@ -63,7 +63,14 @@ class SystemAlert final : public AlertDialog {
   }
 
   const Signal& answered() const override { return state_->answered(); }
-  void closeWindow() override { presenter_.reset(); }
+  void closeWindow() override {
+    // A window that did not come up within the time has told nobody anything: its text must not be lost.
+    const bool unseen = presenter_ && !onTerminal_ && !state_->shown() && !state_->answer();
+    presenter_.reset();
+    if (!unseen) return;
+    log("alert               :-/ no window, the text goes to the terminal");
+    presentOnTerminal(content_, state_);
+  }
   void endModalSession() override { presenter_.reset(); }
 
   ModalResponse runModal() override {
@@ -132,7 +139,7 @@ class FreeSheet final : public Sheet {
  public:
   explicit FreeSheet(const AlertContent& content) : alert_(content) { alert_.beginModalSession(); }
   void orderOut() override {
-    // Notices a window that never came up, so that its text is on the terminal at least.
+    // Notices a window that was lost, so that its text is on the terminal at least.
     alert_.runModalSession();
     alert_.closeWindow();
   }
