@@ -43,10 +43,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string search = take(data[0] % 16);
   const std::string replacement = take(data[1] % 16);
   const std::string once = *vistrelle::findAndReplace(rest, search, replacement, false);
-  const std::string repeated = *vistrelle::findAndReplace(rest, search, replacement, true);
   const bool valid = vistrelle::platform::isValidUtf8(search);
   if (valid) require(once == onePass(rest, search, replacement));
   const bool safe = replacement.find(search) == std::string::npos;
+  // Pairs that may grow up to the bound are slow: one in eight is enough.
+  if (safe && replacement.size() > search.size() && data[0] < 0xE0) return 0;
+  const std::string repeated = *vistrelle::findAndReplace(rest, search, replacement, true);
   const bool bounded = repeated.size() > (std::size_t{1} << 20);
   if (valid && safe && !search.empty() && !bounded) require(repeated.find(search) == std::string::npos);
   return 0;

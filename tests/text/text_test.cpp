@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <numeric>
 
 #include "tests/support/recording_log.h"
@@ -141,7 +141,7 @@ TEST(HtmlEntityDecode, Styles) {
 }
 
 TEST(HtmlEntityDecode, LargeTextsTakeLinearTime) {
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();  // processor time: other load does not count
   std::string entities;
   for (int i = 0; i < 300000; ++i) entities += "&#233;";
   EXPECT_EQ(htmlEntityDecodeStr(entities).size(), 600000U);
@@ -150,7 +150,7 @@ TEST(HtmlEntityDecode, LargeTextsTakeLinearTime) {
   EXPECT_EQ(htmlEntityDecodeStr(lines).size(), lines.size() - 3);
   EXPECT_EQ(htmlEntityDecodeStr(std::string(1000000, '&')), std::string(1000000, '&'));
   EXPECT_EQ(htmlEntityDecodeStr("&" + std::string(1000000, '<')), "&" + std::string(1000000, '<'));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
+  EXPECT_LT(std::clock() - start, 30 * CLOCKS_PER_SEC);
 }
 
 TEST(DigitSum, DownToOneDigit) {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 
 namespace vistrelle::platform {
 namespace {
@@ -74,7 +74,7 @@ TEST(Html, MarkupBeyondTheLimitsIsText) {
 }
 
 TEST(Html, WorstMarkupWithinTheLimitsTakesBoundedTime) {
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();  // processor time: other load does not count
   std::string attributes = "<a";
   for (int i = 0; attributes.size() < 32700; ++i) attributes += " " + std::to_string(i);
   textOf(attributes + ">x");
@@ -82,7 +82,7 @@ TEST(Html, WorstMarkupWithinTheLimitsTakesBoundedTime) {
   for (int i = 0; i < 500; ++i) fonts += "<font size=" + std::to_string(i) + ">";
   for (int i = 0; i < 500; ++i) fonts += "<p>x";
   textOf(fonts);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+  EXPECT_LT(std::clock() - start, 20 * CLOCKS_PER_SEC);
 }
 
 }  // namespace
