@@ -3,7 +3,6 @@
 #include <unicode/uchar.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_err.h>
-#include <unicode/ucsdet.h>
 #include <unicode/unorm2.h>
 #include <unicode/uset.h>
 
@@ -20,15 +19,10 @@ namespace {
 struct Close {
   void operator()(UConverter* converter) const { ::ucnv_close(converter); }
   void operator()(USet* set) const { ::uset_close(set); }
-  void operator()(UCharsetDetector* detector) const { ::ucsdet_close(detector); }
 };
 using Converter = std::unique_ptr<UConverter, Close>;
 using CharacterSet = std::unique_ptr<USet, Close>;
-using Detector = std::unique_ptr<UCharsetDetector, Close>;
 
-constexpr int kLeastConfidence = 50;
-// More of a file than this tells the detector nothing new.
-constexpr std::size_t kDetectionBytes = std::size_t{1} << 20U;
 constexpr std::size_t kLongest = std::numeric_limits<std::int32_t>::max() / 8;
 
 Converter openConverter(const char* name) {
@@ -206,20 +200,6 @@ std::string replaceUnencodable(std::string_view text, const IsEncodable& isEncod
     position += character.length;
   }
   return result;
-}
-
-EncodingNumber detectWithIcu(std::string_view bytes) {
-  UErrorCode status = U_ZERO_ERROR;
-  const Detector detector(::ucsdet_open(&status));
-  if (U_FAILURE(status)) return kNoEncoding;
-  const std::string_view sample = bytes.substr(0, kDetectionBytes);
-  ::ucsdet_setText(detector.get(), sample.data(), static_cast<std::int32_t>(sample.size()), &status);
-  const UCharsetMatch* match = ::ucsdet_detect(detector.get(), &status);
-  if (U_FAILURE(status) || !match || ::ucsdet_getConfidence(match, &status) < kLeastConfidence) return kNoEncoding;
-  const std::string_view name = ::ucsdet_getName(match, &status);
-  if (name == "Shift_JIS") return kShiftJisEncoding;
-  if (name == "EUC-JP") return kEucJpEncoding;
-  return name == "ISO-8859-1" ? kLatin1Encoding : kNoEncoding;
 }
 
 }  // namespace vistrelle::platform
