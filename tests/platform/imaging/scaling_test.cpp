@@ -60,7 +60,7 @@ double psnr(const Bitmap& raster, const std::vector<double>& wanted) {
       ++count;
     }
   }
-  return 10 * std::log10(255 * 255 * count / std::max(sum, 1e-9));
+  return 10 * std::log10(255.0 * 255.0 * count / std::max(sum, 1e-9));
 }
 
 double texture(double x, double y) {

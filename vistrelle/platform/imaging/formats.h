@@ -36,6 +36,7 @@ std::shared_ptr<Bitmap> decodeJpeg2000(EncodedBytes bytes);
 /// Picks the reader by the first bytes.
 std::shared_ptr<Bitmap> decodePicture(EncodedBytes bytes);
 
+Data dataOf(EncodedBytes bytes);
 /// Multiplies colour by alpha in place.
 void premultiply(std::uint8_t* rgba, std::size_t pixels);
 /// One row with alpha taken out of the colour.

@@ -95,8 +95,7 @@ EncodedPicture encodeJpeg2000(const Bitmap& raster) {
       return std::nullopt;
     }
     insertResolution(memory.written, raster.dpi());
-    const auto* start = reinterpret_cast<const std::byte*>(memory.written.data());
-    return Data(start, start + memory.written.size());
+    return dataOf(memory.written);
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }

@@ -1,9 +1,8 @@
 
-#include <array>
 #include <cmath>
 #include <csetjmp>
 #include <cstdlib>
-#include <cstring>
+#include <memory>
 
 #include "vistrelle/platform/imaging/formats.h"
 #include "vistrelle/platform/imaging/icc_profile.h"
@@ -74,13 +73,9 @@ EncodedPicture encodeJpeg(const Bitmap& raster, int quality) {
   job.errors.base.output_message = keepQuiet;
   const bool good = compress(job);
   jpeg_destroy_compress(&job.codec);
-  EncodedPicture result;
-  if (good) {
-    const auto* start = reinterpret_cast<const std::byte*>(job.bytes);
-    result.emplace(start, start + job.size);
-  }
-  std::free(job.bytes);
-  return result;
+  const std::unique_ptr<unsigned char, decltype(&std::free)> owner(job.bytes, &std::free);
+  if (!good) return std::nullopt;
+  return dataOf({job.bytes, job.size});
 }
 
 }  // namespace vistrelle::platform

@@ -104,8 +104,7 @@ EncodedPicture encodePdf(const Bitmap& raster) {
     file.addStream("/N 3 /Alternate /DeviceRGB /Filter /FlateDecode", profile.output());
     const std::string text = file.finish();
     if (text.size() >= 10'000'000'000) return std::nullopt;  // offsets have ten digits
-    const auto* start = reinterpret_cast<const std::byte*>(text.data());
-    return Data(start, start + text.size());
+    return dataOf({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }

@@ -4,6 +4,11 @@
 
 namespace vistrelle::platform {
 
+Data dataOf(EncodedBytes bytes) {
+  const auto* start = reinterpret_cast<const std::byte*>(bytes.data());
+  return Data(start, start + bytes.size());
+}
+
 void premultiply(std::uint8_t* rgba, std::size_t pixels) {
   for (std::size_t i = 0; i < pixels; ++i, rgba += 4) {
     if (rgba[3] == 255) continue;

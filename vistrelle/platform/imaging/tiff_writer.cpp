@@ -47,8 +47,7 @@ EncodedPicture encodeTiff(const Bitmap& raster) {
       const TiffHandle tiff = openTiff(stream, true);
       if (!tiff || !write(tiff.get(), raster)) return std::nullopt;
     }
-    const auto* start = reinterpret_cast<const std::byte*>(stream.written.data());
-    return Data(start, start + stream.written.size());
+    return dataOf(stream.written);
   } catch (const std::bad_alloc&) {
     return std::nullopt;
   }
