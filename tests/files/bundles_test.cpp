@@ -56,6 +56,7 @@ TEST_F(Bundles, title) {
   EXPECT_EQ("Film", bundleTitleOfPath("/d/Film.iMovieProject/Show.eyetv/movie.mpg"));
   EXPECT_EQ("A", bundleTitleOfPath("/d/A.eyetv/B.eyetv/movie.mpg"));
   EXPECT_EQ("a", bundleTitleOfPath("/d/a.mov"));
+  EXPECT_EQ("bob", bundleTitleOfPath("~"));
   EXPECT_FALSE(bundleTitleOfPath(std::nullopt));
 }
 

@@ -102,6 +102,17 @@ TEST_F(Access, grantedInAFolderAndBesideAFile) {
   EXPECT_FALSE(droitsAcces(std::nullopt));
 }
 
+TEST_F(Access, inTheHomeAndBesideARelativePath) {
+  EXPECT_TRUE(inChild([&] {
+    ASSERT_EQ(0, ::chdir(home().c_str()));
+    RecordingLog log;
+    EXPECT_TRUE(droitsAcces("~"));
+    EXPECT_TRUE(droitsAcces("film.mov"));
+    EXPECT_EQ((Lines{"droitsAcces         ? 1 (" + home() + ")", "droitsAcces         ? 1 ()"}), log.lines());
+    EXPECT_TRUE(fs::is_empty(home()));
+  }));
+}
+
 TEST_F(Access, refusedWhereNothingCanBeMade) {
   fs::permissions(scratch.path(), fs::perms(0755));
   fs::permissions(home(), fs::perms(0555));

@@ -101,6 +101,23 @@ TEST_F(ToolPath, replacesAnOldCandidateInTheTemporaryFolder) {
   EXPECT_EQ(movie, fs::read_symlink(temporary + "/Monfilm.mov"));
 }
 
+TEST_F(ToolPath, neverRemovesTheFileItself) {
+  const std::string file = scratch.write("private-tmp/a.mov", "kept");
+  const std::string inner = scratch.write("private-tmp/b.mov/b.mov", "kept too");
+  fs::permissions(temporary, fs::perms(0700));
+  EXPECT_EQ(file, toolPathSafe(temporary + "/./a.mov", std::nullopt));
+  EXPECT_EQ("kept", readFile(file));
+  tmpFolderSet(home());
+  EXPECT_EQ(home() + "/c.mov",
+            toolPathSafe(scratch.write("people/bob/c.mov", "kept").replace(0, home().size(), "~"), std::nullopt));
+  EXPECT_TRUE(fs::is_regular_file(home() + "/c.mov"));
+  tmpFolderSet(temporary);
+  RecordingLog log;
+  EXPECT_EQ(inner, toolPathSafe(inner, std::nullopt));
+  EXPECT_EQ("kept too", readFile(inner));
+  EXPECT_TRUE(log.has("toolPathSafe symlink:-( rm (" + temporary + "/b.mov)"));
+}
+
 TEST_F(ToolPath, elsewhereReplacesOnlyALinkOfThisUser) {
   const std::string folder = scratch.makeFolder("links");
   const std::string candidate = folder + "/Monfilm.mov";

@@ -77,11 +77,12 @@ OptionalText bundleTitleOfPath(const OptionalText& path) {
   if (!path) return std::nullopt;
   logVerbose("input               : {}", *path);
   static constexpr std::array<std::string_view, 3> markers{".iMovieProject/", ".eyetv/", ".eyetvsched/"};
+  const std::string expanded = expandingTilde(*path);
   for (const std::string_view marker : markers) {
-    const auto position = path->find(marker);
-    if (position != std::string::npos) return platform::lastPathComponent(path->substr(0, position));
+    const auto position = expanded.find(marker);
+    if (position != std::string::npos) return platform::lastPathComponent(expanded.substr(0, position));
   }
-  return platform::deletingPathExtension(platform::lastPathComponent(*path));
+  return platform::deletingPathExtension(platform::lastPathComponent(expanded));
 }
 
 std::string fileFromFolder(const OptionalText& folder, const OptionalText& extension) {

@@ -21,7 +21,8 @@ namespace {
 std::string drawProbeFolder(const std::string& folder) {
   for (;;) {
     const std::string name = platform::format("_ZRdir{}", platform::randomSource().get()->next());
-    if (fileManager().get()->makeNewFolder(expandingTilde(folder) + "/" + name).code() != EEXIST) return name;
+    if (fileManager().get()->makeNewFolder(platform::appendingPathComponent(folder, name)).code() != EEXIST)
+      return name;
   }
 }
 
@@ -55,10 +56,11 @@ bool chmodCocoa(const OptionalText& path, std::int64_t mode, const OptionalText&
 
 bool droitsAcces(const OptionalText& path) {
   if (!path) return false;
-  const std::string folder = isDirCocoa(path) ? *path : platform::deletingLastPathComponent(*path);
+  const std::string expanded = expandingTilde(*path);
+  const std::string folder = isDirCocoa(expanded) ? expanded : platform::deletingLastPathComponent(expanded);
   const std::string name = drawProbeFolder(folder);
   logVerbose("testStr : {}", name);
-  const std::string probe = folder + "/" + name;
+  const std::string probe = platform::appendingPathComponent(folder, name);
   const bool granted = mkdirCocoa(probe) && testPresenceCocoa(probe) && rmCocoa(probe) && !testPresenceCocoa(probe);
   log("droitsAcces         ? {} ({})", granted, folder);
   return granted;

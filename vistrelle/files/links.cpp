@@ -51,12 +51,21 @@ LinkFolder linkFolder(const OptionalText& asked) {
 
 /// Elsewhere than in the program's own folder, only what an earlier call can have left there is an old candidate.
 /// Nowhere is a link that another user has put there ours to deal with.
-bool mayRemoveCandidate(const std::string& candidate, bool inTemporary) {
-  const auto item = fileManager().get()->attributes(candidate, false);
+bool mayRemoveCandidate(const std::string& candidate, const std::string& path, bool inTemporary) {
+  const auto files = fileManager().get();
+  const auto item = files->attributes(candidate, false);
   if (!item) return true;
-  const bool isLink = item->kind == platform::FileKind::symbolicLink;
-  const bool isOurs = item->owner == ::geteuid();
-  return isLink ? isOurs : inTemporary;
+  if (item->kind == platform::FileKind::symbolicLink) return item->owner == ::geteuid();
+  const std::string folder = files->resolvedPath(candidate).value_or(candidate) + "/";
+  const bool holdsPath = files->resolvedPath(path).value_or(path).starts_with(folder);
+  return inTemporary && !holdsPath;
+}
+
+/// The same entry by another spelling, or another name of the same file; not a link to it.
+bool isSameEntry(const std::string& first, const std::string& second) {
+  const auto one = fileManager().get()->attributes(first, false);
+  const auto other = fileManager().get()->attributes(second, false);
+  return one && other && one->sameFile(*other);
 }
 
 }  // namespace
@@ -85,7 +94,9 @@ OptionalText toolPathSafe(const OptionalText& path, const OptionalText& folder) 
   if (!base.path) return path;
   const std::string candidate = *base.path + "/" + name;
   if (equalsIgnoringCase(candidate, *path)) return path;
-  const bool removed = mayRemoveCandidate(candidate, base.isTemporary) && rmCocoa(candidate);
+  const std::string expanded = expandingTilde(*path);
+  if (isSameEntry(candidate, expanded)) return candidate;  // removing it would remove the file itself
+  const bool removed = mayRemoveCandidate(candidate, expanded, base.isTemporary) && rmCocoa(candidate);
   log("toolPathSafe symlink:-{} rm ({})", mood(removed), candidate);
   // A candidate that stayed makes the link fail: making one never goes through a link that is there.
   if (ln_sCocoa(path, candidate)) return candidate;
