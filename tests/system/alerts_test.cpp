@@ -201,6 +201,13 @@ TEST_F(AlertsTest, WithCheckboxZeroSecondsAreTen) {
   EXPECT_EQ(dialogs_->calls, (Calls{"layout", "begin", "close", "end", "checkbox"}));
 }
 
+TEST_F(AlertsTest, WithCheckboxTheTimeIsLoggedAsGivenWhenVerbose) {
+  RecordingLog log(true);
+  withCheckbox("A", kNone, kNone, 0, kNone);
+  EXPECT_EQ(log.lines(), (Calls{"giveUpAfterSeconds  : 0", "FERMETURE AUTO      : TIMEOUT",
+                                "bt                  ? A (btDefault=A)"}));
+}
+
 TEST_F(AlertsTest, WithCheckboxNegativeSecondsEndAtOnce) {
   RecordingLog log;
   EXPECT_EQ(answerOf(withCheckbox(kNone, kNone, kNone, -1, kNone)), "button 1");

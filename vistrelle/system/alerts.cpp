@@ -116,6 +116,7 @@ platform::List alertGiveUpWithCheckbox(const OptionalText& message, const Option
   content.otherButton = button3;
   if (checkbox) content.checkbox = escapedPercents(checkbox);
   const auto alert = platform::dialogs().get()->makeAlert(content);
+  logVerbose("giveUpAfterSeconds  : {}", seconds);
 
   int button = 1;
   const SessionEnd end = runAlertSession(*alert, seconds == 0 ? 10 : seconds);
