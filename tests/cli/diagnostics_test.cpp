@@ -133,6 +133,30 @@ TEST(Redirection, SendsBothStreamsToTheEndOfTheFile) {
   EXPECT_NE(readFile(folder.file("err")).find("redirectStdoutToFile…\n"), std::string::npos);
 }
 
+TEST(Redirection, PathThatCannotBeWrittenLeavesTheStreams) {
+  ScratchFolder folder;
+  const std::string target = folder.file("missing/log.txt");
+  const std::string later = folder.file("later");
+  ASSERT_EQ(inChild(folder,
+                    [&] {
+                      redirectStdoutToFile(target);
+                      // A file opened from here on must not stand in for a closed standard stream.
+                      std::FILE* const file = std::fopen(later.c_str(), "w");
+                      std::printf("out\n");
+                      log("logged");
+                      if (file) std::fclose(file);
+                      redirectStdoutToFile(folder.file("second"));
+                      std::printf("redirected\n");
+                    }),
+            0);
+  const std::string error = readFile(folder.file("err"));
+  EXPECT_NE(error.find(" redirectStdoutToFile:-( '" + target + "'\n"), std::string::npos) << error;
+  EXPECT_NE(error.find(" logged\n"), std::string::npos) << error;
+  EXPECT_EQ(readFile(folder.file("out")), "out\n");
+  EXPECT_EQ(readFile(later), "");
+  EXPECT_EQ(readFile(folder.file("second")), "redirected\n");
+}
+
 TEST(Redirection, SecondCallChangesNothing) {
   ScratchFolder folder;
   const std::string target = folder.file("first");

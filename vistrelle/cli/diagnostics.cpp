@@ -18,6 +18,13 @@ std::array<const void*, kReferences> references{};
 std::FILE* newStdout = nullptr;
 std::FILE* newStderr = nullptr;
 
+/// A stream that cannot be reopened is closed, and the next file that is opened would take its descriptor and receive
+/// the log: so the path is tried first.
+bool canAppend(const std::string& path) {
+  std::FILE* const trial = std::fopen(path.c_str(), "a+");
+  return trial && std::fclose(trial) == 0;
+}
+
 }  // namespace
 
 bool isVerbose() {
@@ -59,6 +66,10 @@ void redirectStdoutToFile(const std::string& path) {
   }
   log("redirectStdoutToFile…");
   const std::string expanded = platform::expandingTilde(path);
+  if (!canAppend(expanded)) {
+    log("redirectStdoutToFile:-( '{}'", path);
+    return;
+  }
   newStdout = std::freopen(expanded.c_str(), "a+", stdout);
   newStderr = std::freopen(expanded.c_str(), "a+", stderr);
   // A reopened stream is buffered; the lines of both streams and of the log would change places.

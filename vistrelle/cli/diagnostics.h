@@ -46,7 +46,7 @@ const void* objectReference(int index);
 void setObjectReference(int index, const void* object);
 
 /// Sends standard output and standard error to the end of the file at `path` from now on. A second call changes
-/// nothing.
+/// nothing, and neither does, with a log line, a path that cannot be written.
 void redirectStdoutToFile(const std::string& path);
 
 /// Texts before a number in the output of the system's tools and of tools it reads.
