@@ -168,6 +168,10 @@ TEST_F(Entry, WidthAndHeightAreLeadingIntegers) {
     return run({"-i", movie, "-o", out, "-y", "-w", width, "-h", height, "-tc", "5"});
   };
   EXPECT_EQ(sizes("96px", " +64.9"), 0);
+  const auto picture = platform::Picture::load(out);
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(picture->width(), 96);
+  EXPECT_EQ(picture->height(), 64);
   EXPECT_EQ(sizes("abc", "64"), 1);
   EXPECT_EQ(sizes("-96", "64"), 1);
   EXPECT_EQ(sizes("", "64"), 1);

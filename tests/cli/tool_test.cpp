@@ -371,6 +371,7 @@ TEST_F(Tool, SuspiciousZeroIsSaidOnceAndReturnAnswersIt) {
   ASSERT_TRUE(terminal.shows("revoir :-( returnedFloat = 0.000000")) << terminal.screen();
   terminal.type("\n");
   EXPECT_EQ(terminal.result(), "0") << terminal.screen();
+  EXPECT_TRUE(terminal.shows("FERMETURE USER      : CLIC")) << terminal.screen();
   const std::string& screen = terminal.screen();
   const std::size_t first = screen.find("utils > timecodeStr2Float ? :-/");
   ASSERT_NE(first, std::string::npos);
