@@ -40,10 +40,9 @@ class AlertState {
   bool shown() const { return shown_; }
   /// Nobody can be asked on this road (any more).
   void lose() {
-    {
-      std::lock_guard lock(mutex_);
-      lost_ = true;
-    }
+    // Both in one step: a waiter that takes the loss must not find the signal set again afterwards.
+    std::lock_guard lock(mutex_);
+    lost_ = true;
     changed_.set();
   }
 

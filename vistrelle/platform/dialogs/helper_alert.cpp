@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
 
@@ -12,6 +11,7 @@
 
 #include "vistrelle/platform/dialogs/alert_state.h"
 #include "vistrelle/platform/dialogs/helper_process.h"
+#include "vistrelle/platform/dialogs/listener.h"
 #include "vistrelle/platform/dialogs/wire.h"
 
 namespace vistrelle::platform {
@@ -45,21 +45,17 @@ class HelperPresenter final : public AlertPresenter {
         buttons_(alertButtons(content).size()),
         outgoing_(wire::encode(wire::contentToTexts(content))),
         state_(std::move(state)) {
-    sigset_t all;
-    sigset_t former;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &former);
-    thread_ = std::thread([this] {
+    thread_ = startListener([this] {
       if (!converse() && !ended_) state_->lose();
     });
-    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    if (!thread_.joinable()) state_->lose();
   }
 
   ~HelperPresenter() override {
     ended_ = true;
     // Wakes our thread, and tells the helper.
     ::shutdown(helper_.socket(), SHUT_RDWR);
-    thread_.join();
+    if (thread_.joinable()) thread_.join();
   }
 
  private:

@@ -1,5 +1,3 @@
-#include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,6 +8,7 @@
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/dialogs/alert_state.h"
+#include "vistrelle/platform/dialogs/listener.h"
 #include "vistrelle/platform/dialogs/terminal.h"
 
 namespace vistrelle::platform {
@@ -80,11 +79,8 @@ class TerminalPresenter final : public AlertPresenter {
     const std::string text = alertText(content_);
     plain("{}", text);
     if (terminal_.isForeground() && ::isatty(STDERR_FILENO) == 0) terminal_.write(text);
-    if (terminal_.isOpen()) {
-      startThread();
-    } else {
-      state_->lose();
-    }
+    if (terminal_.isOpen()) thread_ = startListener([this] { listen(); });
+    if (!thread_.joinable()) state_->lose();
   }
 
   ~TerminalPresenter() override {
@@ -93,16 +89,6 @@ class TerminalPresenter final : public AlertPresenter {
   }
 
  private:
-  /// The host's signals are for its own threads.
-  void startThread() {
-    sigset_t all;
-    sigset_t former;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &former);
-    thread_ = std::thread([this] { listen(); });
-    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
-  }
-
   void listen() {
     bool foreground = true;
     while (!ended_ && !done_) {
