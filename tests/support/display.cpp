@@ -19,12 +19,12 @@ void setVariable(const std::string& name, const std::optional<std::string>& valu
   }
 }
 
-/// The server writes its number when it is ready; nothing within ten seconds, or when it ends, is a failure.
+/// The server writes its number when it is ready; nothing within a minute, or when it ends, is a failure.
 std::string readNumber(int descriptor) {
   std::string number;
   pollfd ready{descriptor, POLLIN, 0};
   char byte = 0;
-  while (::poll(&ready, 1, 10000) > 0 && ::read(descriptor, &byte, 1) == 1 && byte != '\n') number += byte;
+  while (::poll(&ready, 1, 60000) > 0 && ::read(descriptor, &byte, 1) == 1 && byte != '\n') number += byte;
   return number;
 }
 

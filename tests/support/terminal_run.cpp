@@ -13,6 +13,8 @@
 namespace vistrelle::testing {
 namespace {
 
+constexpr std::chrono::seconds kLimit{60};
+
 [[noreturn]] void runAction(const std::function<std::string()>& action, int answers, bool errorsToTerminal) {
   if (!errorsToTerminal) ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
   const std::string result = action() + "\n";
@@ -63,7 +65,7 @@ bool TerminalRun::readScreen(int milliseconds) {
 }
 
 bool TerminalRun::shows(const std::string& text) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  const auto limit = std::chrono::steady_clock::now() + kLimit;
   while (screen_.find(text) == std::string::npos) {
     if (std::chrono::steady_clock::now() > limit || !readScreen(100)) return false;
   }
@@ -85,6 +87,15 @@ std::string TerminalRun::result(double seconds) {
 bool TerminalRun::isInLineMode() const {
   termios mode{};
   return ::tcgetattr(terminal_, &mode) == 0 && (mode.c_lflag & ICANON) != 0;
+}
+
+bool TerminalRun::takesKeys() const {
+  const auto limit = std::chrono::steady_clock::now() + kLimit;
+  while (isInLineMode()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    ::usleep(5000);
+  }
+  return true;
 }
 
 }  // namespace vistrelle::testing

@@ -19,13 +19,15 @@ class TerminalRun {
   TerminalRun& operator=(const TerminalRun&) = delete;
 
   void type(const std::string& keys) const;
-  /// Waits until the terminal shows `text`, at most ten seconds.
+  /// Waits until the terminal shows `text`, at most a minute.
   bool shows(const std::string& text);
   /// The result, waited for at most `seconds`; "(nothing)" when there is none by then.
-  std::string result(double seconds = 10);
+  std::string result(double seconds = 60);
   const std::string& screen() const { return screen_; }
   /// Whether the terminal takes whole lines with their editing, as it did at first.
   bool isInLineMode() const;
+  /// Waits until it takes single keys, at most a minute.
+  bool takesKeys() const;
 
  private:
   bool readScreen(int milliseconds);

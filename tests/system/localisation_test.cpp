@@ -92,6 +92,13 @@ TEST_F(LocalisationTest, AnEmptyFileLeavesTheText) {
   EXPECT_EQ(localisedTitleFromStrings("Ouvrir", folder_.write("Empty.strings", "")), "Ouvrir");
 }
 
+TEST_F(LocalisationTest, AFileThatCannotBeReadLeavesTheTextAndGivesNoKeys) {
+  RecordingLog log;
+  folder_.makeFolder("Broken.strings");
+  EXPECT_EQ(localisedTitleFromStrings("Ouvrir", folder_.file("Broken.strings")), "Ouvrir");
+  EXPECT_EQ(stringsFileKeys("Broken"), std::nullopt);
+}
+
 TEST_F(LocalisationTest, ReadsUtf16WithItsMark) {
   RecordingLog log;
   const std::u16string text = u"\"Summer\" = \"Été\";\n\"Winter\" = \"Hiver\";\n";

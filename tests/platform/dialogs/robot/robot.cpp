@@ -87,7 +87,7 @@ class RobotPlugin : public QGenericPlugin {
   Q_PLUGIN_METADATA(IID QGenericPluginFactoryInterface_iid FILE "robot.json")
 
  public:
-  QObject* create(const QString& /*key*/, const QString& /*specification*/) override { return new Robot; }
+  QObject* create(const QString& /*key*/, const QString& /*arguments*/) override { return new Robot; }
 };
 
 #include "robot.moc"
