@@ -25,7 +25,7 @@ class Transcript : public vistrelle::platform::LogSink {
   /// Puts what came since the last call into `answer`.
   void moveInto(Json& answer) {
     std::lock_guard lock(mutex_);
-    if (!log_.empty()) answer["log"] = std::exchange(log_, Json::array());
+    answer["log"] = std::exchange(log_, Json::array());
     if (!plain_.empty()) answer["stderr"] = lines(std::exchange(plain_, {}));
   }
 
