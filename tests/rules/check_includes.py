@@ -3,8 +3,9 @@
 
 1. A file outside platform/ includes only the standard library, POSIX headers and the project's own headers.
 2. A file in platform/ never includes a header of the floor above.
-3. A header in platform/ that is not in a library's private room includes no third-party header either.
+3. A header that includes a third-party header, itself or through another, is private: only its own folder includes it.
 Prints each breach as file:line: reason; exit status 1 when there is one.
+With --public it prints the headers that are not private instead.
 """
 import pathlib
 import re
@@ -22,44 +23,60 @@ unordered_map unordered_set utility valarray variant vector version
 """.split())
 POSIX = re.compile(r"^(dirent|dlfcn|errno|fcntl|grp|limits|poll|pwd|sched|signal|spawn|stdint|stdio|stdlib|string|strings|"
                    r"termios|time|unistd|netdb|ifaddrs|(sys|netinet|arpa|net|linux)/[a-z0-9_]+)\.h$")
-# Rooms whose headers are shared only among the sources that stand on one library.
-PRIVATE_ROOMS = ("platform/dialogs/qt/", "platform/media/ffmpeg/")
-PRIVATE_HEADER = re.compile(r"(^|/)private/")
-
-
 def third_party(kind, name):
     if kind == '"':
         return False
     return name not in STANDARD and not POSIX.match(name)
 
 
+def includes(path):
+    """(line number, kind, name) of each include of a file."""
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        match = INCLUDE.match(line)
+        if match:
+            yield number, *match.groups()
+
+
+def private_headers(root):
+    """Places (relative to root) of the headers that show a third-party library."""
+    named = {header.relative_to(root).as_posix(): list(includes(header)) for header in root.rglob("*.h")}
+    private = {place for place, found in named.items() if any(third_party(kind, name) for _, kind, name in found)}
+    while True:
+        more = {place for place, found in named.items() if place not in private
+                and any(name.removeprefix("vistrelle/") in private for _, kind, name in found if kind == '"')}
+        if not more:
+            return private
+        private |= more
+
+
 def breaches(root):
+    private = private_headers(root)
     for path in sorted(root.rglob("*")):
         if path.suffix not in (".h", ".cpp"):
             continue
         place = path.relative_to(root).as_posix()
+        folder = place.rpartition("/")[0]
         platform = place.startswith("platform/")
-        private = place.startswith(PRIVATE_ROOMS) or PRIVATE_HEADER.search(place)
-        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-            match = INCLUDE.match(line)
-            if not match:
-                continue
-            kind, name = match.groups()
+        for number, kind, name in includes(path):
             where = f"{path}:{number}"
+            own = name.removeprefix("vistrelle/")
             if not platform and third_party(kind, name):
                 yield f"{where}: a module includes the third-party header {name}"
-            if not platform and name.removeprefix("vistrelle/").startswith(PRIVATE_ROOMS):
-                yield f"{where}: a module includes {name}, which is private to its room"
+            if kind == '"' and own in private and own.rpartition("/")[0] != folder:
+                yield f"{where}: {name} shows a library and is private to its folder"
             if platform and name.startswith("vistrelle/") and not name.startswith("vistrelle/platform/"):
                 yield f"{where}: platform includes {name} of the floor above"
-            if platform and path.suffix == ".h" and not private and third_party(kind, name):
-                yield f"{where}: a public platform header includes the third-party header {name}"
             if kind == '"' and not name.startswith("vistrelle/"):
                 yield f"{where}: {name} is not included by its path from the folder above vistrelle/"
 
 
 def main():
-    found = list(breaches(pathlib.Path(sys.argv[1])))
+    root = pathlib.Path(sys.argv[-1])
+    if "--public" in sys.argv:
+        private = private_headers(root)
+        print("\n".join(sorted({h.relative_to(root).as_posix() for h in root.rglob("*.h")} - private)))
+        return 0
+    found = list(breaches(root))
     print("\n".join(found) if found else "include rules: no breach")
     return 1 if found else 0
 

@@ -31,20 +31,29 @@ class CheckIncludes(unittest.TestCase):
         self.assertEqual(code, 1)
         self.assertIn("third-party header unicode/ustring.h", text)
 
-    def test_module_with_private_header(self):
-        code, text = check(movie__a_cpp='#include "vistrelle/platform/media/ffmpeg/av_ptr.h"\n')
+    def test_private_header_outside_its_folder(self):
+        for user in ("movie__a_cpp", "platform__files__a_cpp"):
+            code, text = check(**{user: '#include "vistrelle/platform/media/av.h"\n',
+                                  "platform__media__av_h": "#include <libavutil/frame.h>\n"})
+            self.assertEqual(code, 1)
+            self.assertIn("private to its folder", text)
+
+    def test_private_header_through_another(self):
+        code, text = check(platform__files__a_cpp='#include "vistrelle/platform/media/b.h"\n',
+                           platform__media__b_h='#include "vistrelle/platform/media/av.h"\n',
+                           platform__media__av_h="#include <libavutil/frame.h>\n")
         self.assertEqual(code, 1)
-        self.assertIn("private to its room", text)
+        self.assertIn("vistrelle/platform/media/b.h shows a library", text)
+
+    def test_private_header_in_its_folder(self):
+        code, text = check(platform__media__a_cpp='#include "vistrelle/platform/media/av.h"\n',
+                           platform__media__av_h="#include <libavutil/frame.h>\n")
+        self.assertEqual(code, 0, text)
 
     def test_platform_with_upper_header(self):
         code, text = check(platform__files__a_cpp='#include "vistrelle/text/text.h"\n')
         self.assertEqual(code, 1)
         self.assertIn("floor above", text)
-
-    def test_public_platform_header_with_library(self):
-        code, text = check(platform__files__a_h="#include <gio/gio.h>\n")
-        self.assertEqual(code, 1)
-        self.assertIn("public platform header", text)
 
     def test_relative_include(self):
         code, text = check(text__a_cpp='#include "a.h"\n')
