@@ -5,6 +5,8 @@ target_include_directories(vistrelle_options INTERFACE "${CMAKE_SOURCE_DIR}")
 target_compile_options(vistrelle_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
   -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Werror=format-security -Werror)
+# Single-precision results are behaviour: no machine may fuse a multiplication and an addition into one rounding.
+target_compile_options(vistrelle_options INTERFACE -ffp-contract=off)
 target_compile_definitions(vistrelle_options INTERFACE _FILE_OFFSET_BITS=64)
 target_link_options(vistrelle_options INTERFACE -Wl,--as-needed)
 set(CMAKE_CXX_EXTENSIONS OFF)
