@@ -160,6 +160,32 @@ TEST(FindAndReplace, UnsafePairsEqualOnePassOverGeneratedTexts) {
   EXPECT_GT(unsafe, 10000);
 }
 
+TEST(FindAndReplace, UnsafePairsAmongTheMarkersLettersEqualTheStatedPasses) {
+  std::mt19937 generator(13);
+  const auto word = [&generator](std::size_t longest) {
+    std::string text;
+    for (std::size_t i = generator() % (longest + 1); i > 0; --i) text += "ZyWb"[generator() % 4];
+    return text;
+  };
+  const std::string marker = "ZyW";
+  const auto holds = [](const std::string& text, const std::string& piece) {
+    return text.find(piece) != std::string::npos;
+  };
+  int compared = 0;
+  for (int round = 0; round < 50000; ++round) {
+    const std::string text = word(16);
+    const std::string search = word(1) + "W" + word(2);
+    const std::string replacement = word(1) + search + word(1);
+    if (!holds(text, search) || holds(marker, search) || holds(replacement, marker)) continue;
+    std::string expected = onePass(text, search, replacement);
+    while (holds(expected, search) && holds(expected, replacement)) expected = onePass(expected, replacement, marker);
+    while (holds(expected, marker)) expected = onePass(expected, marker, replacement);
+    ++compared;
+    ASSERT_EQ(findAndReplace(text, search, replacement, true), expected) << text << " " << search << " " << replacement;
+  }
+  EXPECT_GT(compared, 1000);
+}
+
 TEST(FindAndReplace, SafePairsEqualThePassesOverGeneratedTexts) {
   std::mt19937 generator(11);
   const auto word = [&generator](std::size_t longest, const char* letters) {
@@ -236,6 +262,12 @@ TEST_F(FindAndReplaceTime, StraySearchThatNearlyMatchesEverywhere) {
 TEST_F(FindAndReplaceTime, AMillionPassesOfOneReplacement) {
   EXPECT_EQ(findAndReplace(std::string(1000000, 'a') + "b", "ab", "b", true), "b");
   EXPECT_EQ(findAndReplace(std::string(500000, '(') + std::string(500000, ')'), "()", "", true), "");
+}
+
+TEST_F(FindAndReplaceTime, AMarkerThatMeetsTheSearchAgainAndAgain) {
+  // "Wbb" becomes "ZyWb" before it is "ZyZyW": a pass for each "b".
+  const std::string text = "W" + std::string(500000, 'b');
+  EXPECT_EQ(findAndReplace(text, "Wb", "Wb", true), text);
 }
 
 TEST_F(FindAndReplaceTime, GrowthWithoutEndStops) {

@@ -38,10 +38,10 @@ void logStop() {
 
 /// The passes over a text of which each one changes little.
 std::string repeatedLinked(const std::string& text, const std::string& search, const std::string& replacement,
-                           Bounds bounds) {
+                           Bounds bounds, bool tells) {
   LinkedText linked(text, search, replacement);
   while (const std::size_t count = linked.pass()) {
-    if (isVerbose()) logPass(linked.text(), search, replacement);
+    if (tells && isVerbose()) logPass(linked.text(), search, replacement);
     if (bounds.exceeded(count, linked.size())) {
       logStop();
       break;
@@ -52,21 +52,22 @@ std::string repeatedLinked(const std::string& text, const std::string& search, c
 
 }  // namespace
 
-std::string repeatedWhileFound(std::string text, const std::string& search, const std::string& replacement) {
+std::string repeatedWhileFound(std::string text, const std::string& search, const std::string& replacement,
+                               bool tells) {
   const TextSearch wanted(search);
   Bounds bounds(text.size());
   std::size_t passes = 0;
   for (std::size_t at = wanted.find(text, 0); at != std::string_view::npos; at = wanted.find(text, 0)) {
     std::size_t count = 0;
     text = wanted.replacedIn(text, replacement, at, &count);
-    if (isVerbose()) logPass(text, search, replacement);
+    if (tells && isVerbose()) logPass(text, search, replacement);
     if (bounds.exceeded(count, text.size())) {
       logStop();
       break;
     }
     const bool changesLittle = count < text.size() / (search.size() + replacement.size()) / 8;
     if (++passes >= kPlainPasses && changesLittle && text.size() > kSmallText && text.size() < kLargestLinked) {
-      return repeatedLinked(text, search, replacement, bounds);
+      return repeatedLinked(text, search, replacement, bounds, tells);
     }
   }
   return text;

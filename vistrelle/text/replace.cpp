@@ -36,13 +36,8 @@ std::string repeatedWithMarker(std::string text, const std::string& search, cons
     logVerbose("findAndReplace      :-( '{}'->'{}'", search, replacement);
     return text;
   }
-  const TextSearch wanted(search);
-  const TextSearch written(replacement);
-  while (wanted.find(text, 0) != std::string_view::npos) {
-    // A replacement that overlaps itself can leave the search behind without occurring once more.
-    if (written.find(text, 0) == std::string_view::npos) break;
-    text = written.replacedIn(text, *marker);
-  }
+  // The search may stay behind: a replacement that overlaps itself can leave one that is not part of any replacement.
+  text = repeatedWhileFound(std::move(text), replacement, *marker, false);
   logVerbose("findAndReplace #3   : returnStr({}), replaceTmpStr('{}')->searchStr('{}'), replaceStr('{}')", text,
              *marker, *marker, replacement);
   logVerbose("findAndReplace #def : isRecursive, returnStr('{}'), searchStr('{}'), replaceStr('{}')", text, *marker,

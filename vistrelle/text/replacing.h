@@ -36,8 +36,9 @@ class TextSearch {
   std::vector<std::size_t> borders_;
 };
 
-/// Passes over `text` until `search`, which does not occur in `replacement`, is gone; each pass's text is logged when
-/// verbose. Stops at the bounds that findAndReplace states.
-std::string repeatedWhileFound(std::string text, const std::string& search, const std::string& replacement);
+/// Passes over `text` until `search`, which does not occur in `replacement`, is gone; with `tells`, each pass's text is
+/// logged when verbose. Stops at the bounds that findAndReplace states.
+std::string repeatedWhileFound(std::string text, const std::string& search, const std::string& replacement,
+                               bool tells = true);
 
 }  // namespace vistrelle
