@@ -56,7 +56,7 @@ TEST(DurationStr, Forms) {
 TEST(DurationStr, NegativeFollowsTheDivisions) {
   EXPECT_EQ(durationStr(-5), "0h00'0-5\"");
   EXPECT_EQ(durationStr(-7200), "-2h0-120'7200\"");
-  EXPECT_FALSE(durationStr(kSmallest).empty());
+  EXPECT_EQ(durationStr(kSmallest), "-2562047788015215h0-153722867280912930'9223372036854773992\"");
 }
 
 TEST(SecondesStr2Int, Forms) {
@@ -137,6 +137,25 @@ TEST(NbArrondi, LogsWhenVerbose) {
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"314.658997", "314", "nbArrondi            : 3.140000"}));
 }
 
+TEST(NbArrondi, WithoutDecimalsLogsTheMovedValue) {
+  RecordingLog log(true);
+  nbArrondi(0, -2.75F);
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"-2.250000", "-2", "nbArrondi            : -2.000000"}));
+}
+
+TEST(Numbers, DetailsAreQuietWhenNotVerbose) {
+  RecordingLog log(false);
+  secondesStr2Int("1h02'05\"");
+  nbArrondi(0, 2.5F);
+  nbArrondi(2, 3.14159F);
+  nbTrimmed(2, 3.149F);
+  ASTID("a/b/c", "/", 0);
+  ASTID("1234", "2", 0);
+  versionStr2Float("1.2.3");
+  nbMultipleArrondi(1072, 16);
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST(NbArrondi, ExtremesAreDefined) {
   EXPECT_TRUE(std::isnan(nbArrondi(2, std::nanf(""))));
   EXPECT_EQ(nbArrondi(0, kInfinity), kInfinity);
@@ -189,7 +208,9 @@ TEST(FractionStr2Float, Examples) {
 }
 
 TEST(FractionStr2Float, DivisionByZeroCountsAsNothing) {
-  for (const char* text : {"16:0", "0:0", ":", "16:", ":9", "x:y"}) EXPECT_EQ(fractionStr2Float(text), 1.0F) << text;
+  for (const char* text : {"16:0", "0:0", ":", "16:", ":9", "x:y", "1e39:1e39"}) {
+    EXPECT_EQ(fractionStr2Float(text), 1.0F) << text;
+  }
 }
 
 TEST(FractionStr2Float, Logs) {

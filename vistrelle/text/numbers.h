@@ -46,7 +46,7 @@ float nbTrimmed(std::int64_t decimals, float value);
 std::string float2FractionStr(float ratio);
 
 /// The ratio of "16:9", or the number of a text without ":". 1 for an absent text and wherever the ratio is below 0.1,
-/// a division by zero counting as 0.
+/// a division by zero, or of two infinities, counting as 0.
 float fractionStr2Float(const platform::OptionalText& text);
 
 /// The field number `index` (from 0) of the text split at the separator; 666 is the last but one, 777 the last. The

@@ -80,6 +80,7 @@ float fractionStr2Float(const platform::OptionalText& text) {
     const float first = floatValue(std::string_view(*text).substr(0, colon));
     const float second = floatValue(rest.substr(0, rest.find(':')));
     ratio = second == 0 ? 0 : first / second;
+    if (std::isnan(ratio)) ratio = 0;
     logVerbose("fractionStr2Float :-) {:.3f} (<-{})", ratio, *text);
   }
   return std::abs(static_cast<double>(ratio)) < 0.1 ? 1.0F : ratio;
