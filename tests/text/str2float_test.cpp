@@ -162,6 +162,7 @@ TEST(Str2FloatInner, WithoutTheFirstAndLastCharacter) {
   EXPECT_EQ(str2FloatInner("«8»"), 8.0F);
   EXPECT_EQ(str2FloatInner("123"), 2.0F);
   EXPECT_EQ(str2FloatInner(""), 0.0F);
+  EXPECT_EQ(str2FloatInner(std::nullopt), 0.0F);
   EXPECT_EQ(str2FloatInner("1"), 0.0F);
   EXPECT_EQ(str2FloatInner("12"), 0.0F);
 }

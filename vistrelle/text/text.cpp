@@ -7,6 +7,7 @@
 #include "vistrelle/cli/diagnostics.h"
 #include "vistrelle/platform/files/path.h"
 #include "vistrelle/platform/text/unicode.h"
+#include "vistrelle/text/pieces.h"
 #include "vistrelle/text/replacing.h"
 #include "vistrelle/text/scanning.h"
 
@@ -32,14 +33,9 @@ float nudged(float value) {
 
 /// "h:m:s" in seconds; 0 for any other shape.
 float clockSeconds(std::string_view text) {
-  const std::size_t first = text.find(':');
-  if (first == std::string_view::npos) return 0;
-  const std::size_t second = text.find(':', first + 1);
-  if (second == std::string_view::npos || text.find(':', second + 1) != std::string_view::npos) return 0;
-  const float hours = floatValue(text.substr(0, first));
-  const float minutes = floatValue(text.substr(first + 1, second - first - 1));
-  const float seconds = floatValue(text.substr(second + 1));
-  return seconds + minutes * 60 + hours * 60 * 60;
+  const std::vector<std::string> pieces = piecesAt(text, ':');
+  if (pieces.size() != 3) return 0;
+  return floatValue(pieces[2]) + floatValue(pieces[1]) * 60 + floatValue(pieces[0]) * 60 * 60;
 }
 
 /// The number of str2Float; its log lines only when it `tells`.
@@ -72,11 +68,11 @@ float readFloat(const OptionalText& text) {
   return text ? readNumber(*text, false) : 0;
 }
 
-float str2FloatInner(const std::string& text) {
-  if (text.empty()) return 0;
-  const std::size_t start = platform::characterAt(text, 0).length;
-  const std::size_t end = text.size() - platform::characterBefore(text, text.size()).length;
-  return str2Float(end > start ? text.substr(start, end - start) : std::string());
+float str2FloatInner(const OptionalText& text) {
+  if (!text || text->empty()) return 0;
+  const std::size_t start = platform::characterAt(*text, 0).length;
+  const std::size_t end = text->size() - platform::characterBefore(*text, text->size()).length;
+  return str2Float(end > start ? text->substr(start, end - start) : std::string());
 }
 
 std::string shortDescription(const OptionalValue& object, std::int64_t maximum) {

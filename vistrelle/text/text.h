@@ -31,8 +31,8 @@ OptionalText findAndReplace(const OptionalText& text, const OptionalText& search
 float str2Float(const OptionalText& text);
 /// What str2Float answers, without its log lines.
 float readFloat(const OptionalText& text);
-/// str2Float without the first and last character (quotes, brackets).
-float str2FloatInner(const std::string& text);
+/// str2Float without the first and last character (quotes, brackets); 0 for an absent or empty text.
+float str2FloatInner(const OptionalText& text);
 
 /// The description of an object, cut to `maximum` characters and marked " […]" when longer. A maximum below 1 or above
 /// 999 means 50.
