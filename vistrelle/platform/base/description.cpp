@@ -8,7 +8,7 @@
 #include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/base/value.h"
 
-// The old-style (NeXT) property-list form: ( ... ) lists and { ... } dictionaries, texts bare when they are made of
+// The old-style property-list form: ( ... ) lists and { ... } dictionaries, texts bare when they are made of
 // ASCII letters and digits only, quoted otherwise.
 
 namespace vistrelle::platform {
