@@ -29,6 +29,15 @@ TEST(Html, MalformedEntities) {
   EXPECT_EQ(textOf("&#99999999999999999999;"), "\uFFFD");
 }
 
+TEST(Html, NumbersBeyondThirtyTwoBitsDoNotWrapAround) {
+  EXPECT_EQ(textOf("&#4294967361;"), "\uFFFD");       // 2^32 + 65
+  EXPECT_EQ(textOf("&#x100000041;b"), "\uFFFDb");     // the same
+  EXPECT_EQ(textOf("&#4294967361abc"), "\uFFFDabc");  // without its semicolon
+  EXPECT_EQ(textOf("&#XFFFFFFFF;&#4294967295"), "\uFFFD\uFFFD");
+  EXPECT_EQ(textOf("a&#" + std::string(2000000, '9') + "&#65;&#x10FFFD;"), "a\uFFFDA\U0010FFFD");
+  EXPECT_EQ(textOf("&#-4294967361;"), "&#-4294967361;");
+}
+
 TEST(Html, WhiteSpaceCollapses) {
   EXPECT_EQ(textOf("  a \t b  "), "a b");
   EXPECT_EQ(textOf("<pre>a  b</pre>"), "a  b");

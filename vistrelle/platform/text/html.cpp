@@ -3,7 +3,11 @@
 #include <gumbo.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <memory>
+#include <string>
+#include <system_error>
 
 namespace vistrelle::platform {
 namespace {
@@ -161,14 +165,30 @@ std::string withoutMarkup(std::string_view html) {
   return text;
 }
 
+/// Numeric references beyond the last code point turned into that of U+FFFD, which they stand for: the parser reads
+/// their digits into 32 bits and would wrap around.
+std::string withReferencesInRange(std::string_view html) {
+  constexpr std::uint32_t kLastCode = 0x10FFFF;
+  std::string text;
+  std::size_t copied = 0;
+  for (std::size_t at = html.find("&#"); at != std::string_view::npos; at = html.find("&#", at + 2)) {
+    const std::string_view rest = html.substr(at + 2);
+    const std::size_t mark = rest.starts_with('x') || rest.starts_with('X') ? 1 : 0;
+    std::uint32_t code = 0;
+    const auto [end, error] = std::from_chars(rest.data() + mark, rest.data() + rest.size(), code, mark == 1 ? 16 : 10);
+    if (error != std::errc::result_out_of_range && code <= kLastCode) continue;
+    // Decimal, so that a letter which ended the number does not go on with it.
+    text.append(html, copied, at - copied).append("&#65533");
+    copied = static_cast<std::size_t>(end - html.data());
+  }
+  return text.append(html, copied);
+}
+
 }  // namespace
 
 std::vector<HtmlRun> htmlRuns(std::string_view html) {
-  std::string escaped;
-  if (!isReasonable(html)) {
-    escaped = withoutMarkup(html);
-    html = escaped;
-  }
+  const std::string inRange = withReferencesInRange(isReasonable(html) ? std::string(html) : withoutMarkup(html));
+  html = inRange;
   GumboOptions options = kGumboDefaultOptions;
   options.fragment_context = GUMBO_TAG_BODY;
   options.max_errors = 0;
