@@ -241,6 +241,18 @@ TEST(Letterbox, At36OnlyAQuarterIsFilledAndDrawn) {
   EXPECT_EQ(pixelAt(*raster, 0, 31), kNothing);
 }
 
+TEST(Modes, EveryResolutionGivesARaster) {
+  auto frame = testing::solidFrame(64, 32, {}, 255, 255, 255);
+  frame.orientation = {true, 1};
+  for (const auto& source : {whitePicture(64, 32), std::make_shared<const Picture>(frame)}) {
+    for (const double dpi : {5e-324, 1e-300, 1e-9, 1e-6, 1e-4, 1.0, 1e4, 1e9, 1e300, 1.7e308}) {
+      for (const auto mode : {cropFill, letterbox, stretch, fitCanvas, coverCanvas}) {
+        for (const bool transparent : {false, true}) EXPECT_TRUE(mode(source, 48, 40, transparent, dpi)) << dpi;
+      }
+    }
+  }
+}
+
 TEST(Stretch, At36TheWholeRasterIsDrawn) {
   const auto raster = stretch(whitePicture(64, 64), 64, 64, false, 36);
   EXPECT_EQ(pixelAt(*raster, 63, 0), kWhite);
@@ -263,7 +275,14 @@ TEST(Modes, ImpossibleSizesGiveNothing) {
       EXPECT_FALSE(mode(source, width, height, false, 72)) << width << " x " << height;
     }
   }
-  EXPECT_FALSE(fitCanvas(source, 0, 96, false, 72));
+  for (const auto& [width, height] : Sizes{{0, 96}, {128, 0}}) {
+    EXPECT_FALSE(fitCanvas(source, width, height, false, 72)) << width << " x " << height;
+  }
+  for (const auto& [width, height] : Sizes{{-128, 96}, {128, -96}}) {
+    EXPECT_FALSE(coverCanvas(source, width, height, false, 72)) << width << " x " << height;
+    // A negative ratio is never the larger one: the other side decides.
+    EXPECT_TRUE(fitCanvas(source, width, height, false, 72)) << width << " x " << height;
+  }
   // An infinite ratio is never the smaller one: the other side decides.
   const auto covered = coverCanvas(source, 0, 54, false, 72);
   ASSERT_TRUE(covered);

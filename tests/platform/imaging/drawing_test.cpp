@@ -71,6 +71,17 @@ TEST(Fill, IgnoresEmptyAndImpossibleRectangles) {
   for (int i = 0; i < 4; ++i) EXPECT_EQ(pixelAt(*raster, i % 2, i / 2), kNothing);
 }
 
+TEST(Fill, APointSizeThatSaysNothingIsThePixelSize) {
+  for (const double points : {0.0, -3.0, std::nan(""), 4.94e-324}) {
+    const auto raster = Bitmap::make(4, 4);
+    raster->setPointSize(points, points);
+    DrawingContext(*raster).fill({0, 0, 2, 1}, {1, 0, 0, 1});
+    EXPECT_EQ(pixelAt(*raster, 1, 3), kRed) << points;
+    EXPECT_EQ(pixelAt(*raster, 2, 3), kNothing) << points;
+    EXPECT_EQ(pixelAt(*raster, 1, 2), kNothing) << points;
+  }
+}
+
 TEST(Draw, CopiesPixelsOneToOne) {
   const auto picture = paintedPicture(5, 3, distinct);
   const auto raster = Bitmap::make(5, 3);
@@ -120,6 +131,29 @@ TEST(Draw, NothingOfTheSourceExists) {
   EXPECT_TRUE(context.draw(*picture, {0, 0, 2, 2}, {0, 0, -3, 2}, CompositeOperation::sourceOver, 1));
   EXPECT_TRUE(context.draw(*picture, {0, 0, std::nan(""), 2}, {}, CompositeOperation::sourceOver, 1));
   for (int i = 0; i < 4; ++i) EXPECT_EQ(pixelAt(*raster, i % 2, i / 2), kBlue);
+}
+
+TEST(Draw, ThinnerThanAnyShareOfAPixelDrawsNothing) {
+  const auto picture = paintedPicture(4, 4, distinct);
+  const auto raster = rasterOf(kBlue, 3, 3);
+  DrawingContext context(*raster);
+  for (const double side : {1e-300, 1e-9, 1e-7}) {
+    EXPECT_TRUE(context.draw(*picture, {0, 0, side, side}, {}, CompositeOperation::sourceOver, 1)) << side;
+    EXPECT_TRUE(context.draw(*picture, {1, 1, 2, side}, {}, CompositeOperation::sourceOver, 1)) << side;
+    EXPECT_TRUE(context.draw(*picture, {1.5, 1, side, 2}, {}, CompositeOperation::sourceOver, 1)) << side;
+  }
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(pixelAt(*raster, i % 3, i / 3), kBlue);
+}
+
+TEST(Draw, AHairlineHoldsTheWholePicture) {
+  const auto picture = paintedPicture(1 << 20, 1, [](int, int) { return kRed; });
+  for (const double side : {1e-5, 1e-3, 0.5}) {
+    const auto raster = rasterOf(kBlue, 3, 3);
+    EXPECT_TRUE(DrawingContext(*raster).draw(*picture, {1.25, 1, side, 1}, {}, CompositeOperation::sourceOver, 1));
+    EXPECT_NEAR(pixelAt(*raster, 1, 1)[0], 255 * side, 1) << side;
+    EXPECT_EQ(pixelAt(*raster, 0, 1), kBlue);
+    EXPECT_EQ(pixelAt(*raster, 2, 1), kBlue);
+  }
 }
 
 TEST(Draw, AnInvalidPictureIsRefused) {

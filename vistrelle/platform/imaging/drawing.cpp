@@ -217,6 +217,11 @@ bool replacesRaster(const Picture& picture, const Layer& layer, CompositeOperati
   return layout && !layout->hasAlpha && covers(layer.u.map) && covers(layer.v.map);
 }
 
+double pixelsPerPoint(int pixels, double points) {
+  const double ratio = pixels / points;
+  return points > 0 && std::isfinite(ratio) ? ratio : 1;
+}
+
 bool areFinite(const DrawingRect& rect) {
   return std::isfinite(rect.x) && std::isfinite(rect.y) && std::isfinite(rect.width) && std::isfinite(rect.height);
 }
@@ -225,8 +230,8 @@ bool areFinite(const DrawingRect& rect) {
 
 DrawingContext::DrawingContext(Bitmap& raster)
     : raster_(raster),
-      pixelsPerPointX_(raster.pointWidth() > 0 ? raster.width() / raster.pointWidth() : 1),
-      pixelsPerPointY_(raster.pointHeight() > 0 ? raster.height() / raster.pointHeight() : 1) {}
+      pixelsPerPointX_(pixelsPerPoint(raster.width(), raster.pointWidth())),
+      pixelsPerPointY_(pixelsPerPoint(raster.height(), raster.pointHeight())) {}
 
 void DrawingContext::fill(const DrawingRect& rect, const Colour& colour) {
   if (!areFinite(rect) || !(rect.width > 0) || !(rect.height > 0)) return;
@@ -249,17 +254,16 @@ void DrawingContext::fill(const DrawingRect& rect, const Colour& colour) {
                            static_cast<float>(part(colour.green) * alpha * 255),
                            static_cast<float>(part(colour.blue) * alpha * 255), static_cast<float>(alpha * 255)};
   const std::uint8_t whole[4] = {toByte(values[0]), toByte(values[1]), toByte(values[2]), toByte(values[3])};
-  std::vector<std::uint8_t> wholeRow;  // filled pixel by pixel once, then copied
-  if (x.d0 == x.first && x.d1 == x.last) {
-    for (int i = 0; i < x.count(); ++i) wholeRow.insert(wholeRow.end(), whole, whole + 4);
-  }
+  const bool wholeColumns = x.d0 == x.first && x.d1 == x.last;
+  const std::uint8_t* wholeRow = nullptr;  // filled pixel by pixel once, then copied
   for (int j = 0; j < y.count(); ++j) {
     const float down = y.coverage(j);
     std::uint8_t* pixel = raster_.row(y.first + j) + static_cast<std::size_t>(x.first) * 4;
-    if (down == 1 && !wholeRow.empty()) {
-      std::memcpy(pixel, wholeRow.data(), wholeRow.size());
+    if (down == 1 && wholeRow) {
+      std::memcpy(pixel, wholeRow, static_cast<std::size_t>(x.count()) * 4);
       continue;
     }
+    if (down == 1 && wholeColumns) wholeRow = pixel;
     for (int i = 0; i < x.count(); ++i, pixel += 4) {
       const float weight = down * x.coverage(i);
       if (weight == 1) {
@@ -297,6 +301,7 @@ bool DrawingContext::drawChecked(const Picture& picture, const DrawingRect& dest
   if (!x.cutToRaster(raster_.width()) || !y.cutToRaster(raster_.height())) return true;
 
   Layer layer = picture.planar() ? layerOf(*picture.planar(), x, y) : layerOf(*picture.bitmap(), x, y);
+  if (layer.u.map.count() < 1 || layer.v.map.count() < 1) return true;  // thinner than any share of a pixel
   if (replacesRaster(picture, layer, operation, fraction)) {
     std::uint8_t* corner = raster_.row(layer.v.map.first) + static_cast<std::size_t>(layer.u.map.first) * 4;
     return render(picture, layer, corner, raster_.rowBytes());

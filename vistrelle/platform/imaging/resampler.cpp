@@ -26,10 +26,14 @@ struct Taps {
 
 Taps tapsAt(const AxisMap& map, int pixel) {
   const double ratio = (map.s1 - map.s0) / (map.d1 - map.d0);
-  const double stretch = std::max(1.0, ratio);
-  const double centre = map.s0 + (pixel + 0.5 - map.d0) * ratio - 0.5;
-  const int from = static_cast<int>(std::ceil(centre - kSupport * stretch));
-  const int to = static_cast<int>(std::floor(centre + kSupport * stretch));
+  // Of a destination much thinner than a pixel the ratio knows no bounds: wider than the source, or farther from it
+  // than the kernel reaches, changes nothing, and whole numbers hold it.
+  const double stretch = std::clamp(ratio, 1.0, map.highest - map.lowest + 1.0);
+  const double reach = kSupport * stretch;
+  const double centre =
+      std::clamp(map.s0 + (pixel + 0.5 - map.d0) * ratio - 0.5, map.lowest - reach, map.highest + reach);
+  const int from = static_cast<int>(std::ceil(centre - reach));
+  const int to = static_cast<int>(std::floor(centre + reach));
   Taps taps;
   taps.first = std::clamp(from, map.lowest, map.highest);
   taps.weights.resize(static_cast<std::size_t>(std::clamp(to, map.lowest, map.highest) - taps.first + 1));
