@@ -1,5 +1,6 @@
 
 #include <csetjmp>
+#include <new>
 
 #include "vistrelle/platform/imaging/formats.h"
 #include "vistrelle/platform/imaging/jpeg_library.h"
@@ -81,7 +82,11 @@ std::shared_ptr<Bitmap> decodeJpeg(EncodedBytes bytes) {
   job.errors.output_message = keepQuiet;
   job.errors.emit_message = warn;
   job.progress.progress_monitor = limitScans;
-  const bool good = decompress(job);
+  bool good = false;
+  try {
+    good = decompress(job);
+  } catch (const std::bad_alloc&) {
+  }
   jpeg_destroy_decompress(&job.codec);
   return good ? job.bitmap : nullptr;
 }

@@ -3,6 +3,7 @@
 #include <csetjmp>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "vistrelle/platform/imaging/formats.h"
 #include "vistrelle/platform/imaging/icc_profile.h"
@@ -71,11 +72,16 @@ EncodedPicture encodeJpeg(const Bitmap& raster, int quality) {
   job.codec.err = jpeg_std_error(&job.errors.base);
   job.errors.base.error_exit = leave;
   job.errors.base.output_message = keepQuiet;
-  const bool good = compress(job);
-  jpeg_destroy_compress(&job.codec);
-  const std::unique_ptr<unsigned char, decltype(&std::free)> owner(job.bytes, &std::free);
-  if (!good) return std::nullopt;
-  return dataOf({job.bytes, job.size});
+  try {
+    srgbProfile();  // made here for the first time, if at all: nothing may throw below the library's jumps
+    const bool good = compress(job);
+    jpeg_destroy_compress(&job.codec);
+    const std::unique_ptr<unsigned char, decltype(&std::free)> owner(job.bytes, &std::free);
+    if (!good) return std::nullopt;
+    return dataOf({job.bytes, job.size});
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
 }
 
 }  // namespace vistrelle::platform

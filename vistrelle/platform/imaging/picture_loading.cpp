@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <new>
 #include <string_view>
 
 #include "vistrelle/platform/files/file_manager.h"
@@ -40,11 +41,15 @@ std::shared_ptr<Bitmap> decodePicture(EncodedBytes bytes) {
 }
 
 std::shared_ptr<const Picture> Picture::load(const std::string& path) {
-  const auto content = fileManager().get()->contents(path, kMostFileBytes);
-  if (!content) return nullptr;
-  auto bitmap = decodePicture({reinterpret_cast<const std::uint8_t*>(content->data()), content->size()});
-  if (!bitmap) return nullptr;
-  return std::make_shared<Picture>(std::move(bitmap));
+  try {
+    const auto content = fileManager().get()->contents(path, kMostFileBytes);
+    if (!content) return nullptr;
+    auto bitmap = decodePicture({reinterpret_cast<const std::uint8_t*>(content->data()), content->size()});
+    if (!bitmap) return nullptr;
+    return std::make_shared<Picture>(std::move(bitmap));
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 }  // namespace vistrelle::platform

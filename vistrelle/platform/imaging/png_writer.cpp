@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <csetjmp>
+#include <new>
 
 #include "vistrelle/platform/imaging/formats.h"
 
@@ -61,7 +62,12 @@ bool write(png_structp png, png_infop info, Job& job) {
 }  // namespace
 
 EncodedPicture encodePng(const Bitmap& raster) {
-  Job job{raster, {}, std::vector<std::uint8_t>(raster.rowBytes())};
+  Job job{raster, {}, {}, false};
+  try {
+    job.row.resize(raster.rowBytes());
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, leave, keepQuiet);
   if (!png) return std::nullopt;
   png_infop info = png_create_info_struct(png);

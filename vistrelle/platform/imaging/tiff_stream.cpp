@@ -6,6 +6,8 @@
 #include <cstring>
 #include <new>
 
+#include "vistrelle/platform/imaging/picture.h"
+
 namespace vistrelle::platform {
 namespace {
 
@@ -66,23 +68,30 @@ int mapNothing(thandle_t /*handle*/, void** /*base*/, toff_t* /*size*/) {
 }
 void unmapNothing(thandle_t /*handle*/, void* /*base*/, toff_t /*size*/) {}
 
-/// The library's error handlers are the process's; without them it prints to standard error.
-void silence() {
-  static const bool done = [] {
-    TIFFSetErrorHandler(nullptr);
-    TIFFSetWarningHandler(nullptr);
-    return true;
-  }();
-  static_cast<void>(done);
+/// Ends here: the library would print it to standard error.
+int swallow(TIFF* /*tiff*/, void* /*user*/, const char* /*module*/, const char* /*words*/, va_list /*values*/) {
+  return 1;
 }
+
+struct OptionsDeleter {
+  void operator()(TIFFOpenOptions* options) const { TIFFOpenOptionsFree(options); }
+};
+
+/// What one allocation of the library may take: a raster of the largest size and the tenth that the library adds. A
+/// file of a few bytes can name tiles far beyond its picture.
+constexpr auto kMostBytesAtOnce = static_cast<tmsize_t>(Bitmap::kMaxPixels) * 5;
 
 }  // namespace
 
 TiffHandle openTiff(TiffStream& stream, bool forWriting) {
-  silence();
-  return TiffHandle(TIFFClientOpen("picture", forWriting ? "wm" : "rm", &stream, forWriting ? readBack : readSome,
-                                   forWriting ? writeSome : refuse, seek, closeNothing, sizeOf, mapNothing,
-                                   unmapNothing));
+  const std::unique_ptr<TIFFOpenOptions, OptionsDeleter> options(TIFFOpenOptionsAlloc());
+  if (!options) return nullptr;
+  TIFFOpenOptionsSetErrorHandlerExtR(options.get(), swallow, nullptr);
+  TIFFOpenOptionsSetWarningHandlerExtR(options.get(), swallow, nullptr);
+  TIFFOpenOptionsSetMaxSingleMemAlloc(options.get(), kMostBytesAtOnce);
+  return TiffHandle(TIFFClientOpenExt("picture", forWriting ? "wm" : "rm", &stream, forWriting ? readBack : readSome,
+                                      forWriting ? writeSome : refuse, seek, closeNothing, sizeOf, mapNothing,
+                                      unmapNothing, options.get()));
 }
 
 }  // namespace vistrelle::platform
