@@ -103,12 +103,13 @@ TEST(UserDefaults, TwoProcessesThatWriteDifferentKeysLoseNothing) {
   const QuickScratch scratch;
   const auto path = scratch.file("a.plist");
   constexpr int kWrites = 1000;
+  constexpr int kKeys = 10;
   std::vector<pid_t> children;
   for (const std::string name : {"left", "right"}) {
     const pid_t child = ::fork();
     if (child == 0) {
       const auto defaults = fileDefaults(path);
-      for (int i = 0; i < kWrites; ++i) defaults->set(name + std::to_string(i % 100), i);
+      for (int i = 0; i < kWrites; ++i) defaults->set(name + std::to_string(i % kKeys), i);
       ::_exit(defaults->hasUnappliedChanges() ? 1 : 0);
     }
     children.push_back(child);
@@ -119,9 +120,9 @@ TEST(UserDefaults, TwoProcessesThatWriteDifferentKeysLoseNothing) {
     EXPECT_EQ(status, 0);
   }
   const auto defaults = fileDefaults(path);
-  for (int i = 0; i < 100; ++i) {
-    EXPECT_EQ(defaults->object("left" + std::to_string(i)), Value(kWrites - 100 + i));
-    EXPECT_EQ(defaults->object("right" + std::to_string(i)), Value(kWrites - 100 + i));
+  for (int i = 0; i < kKeys; ++i) {
+    EXPECT_EQ(defaults->object("left" + std::to_string(i)), Value(kWrites - kKeys + i));
+    EXPECT_EQ(defaults->object("right" + std::to_string(i)), Value(kWrites - kKeys + i));
   }
 }
 
@@ -215,6 +216,27 @@ TEST(UserDefaults, ValueThatAPropertyListCannotHoldIsNotStored) {
   defaults->set("key", Url{"http://a"});
   EXPECT_FALSE(defaults->object("key"));
   EXPECT_TRUE(log.has("preferences         :-( 'key' is not stored: property lists cannot contain a URL"));
+}
+
+TEST(UserDefaults, ValueThatCouldNotBeReadBackIsNotStoredAndCostsNothingElse) {
+  const ScratchFolder scratch;
+  const RecordingLog log;
+  const auto path = scratch.file("a.plist");
+  const auto defaults = fileDefaults(path);
+  defaults->set("kept", 1);
+  Value deep = 1;
+  for (std::size_t i = 0; i < PropertyListLimits().depth; ++i) deep = Value(List{deep});
+  const Value tooLong(std::string(PropertyListLimits().bytes, 'x'));
+  for (const Value& value : {deep, tooLong, Value(Date::max())}) defaults->set("key", value);
+  EXPECT_TRUE(log.has("preferences         :-( 'key' is not stored: the property list is nested too deeply"));
+  EXPECT_TRUE(log.has("preferences         :-( 'key' is not stored: the property list is too long"));
+  EXPECT_TRUE(log.hasContaining("'key' is not stored: binary property list: a date out of range"));
+  EXPECT_FALSE(defaults->object("key"));
+  EXPECT_FALSE(defaults->hasUnappliedChanges());
+  defaults->set("later", 2);
+  EXPECT_EQ(fileDefaults(path)->object("kept"), Value(1));
+  EXPECT_EQ(fileDefaults(path)->object("later"), Value(2));
+  EXPECT_FALSE(fs::exists(path + ".damaged"));
 }
 
 TEST(UserDefaults, LinkToTheFileStays) {

@@ -41,6 +41,14 @@ UniqueFd lockFile(const std::string& path) {
   return file;
 }
 
+/// The file of these preferences; absent, with the reason, also when it could not be read back.
+PropertyListWriting fileOf(const Dictionary& preferences) {
+  auto written = writeBinaryPropertyList(Value(preferences));
+  if (!written.bytes) return written;
+  if (auto reading = readPropertyList(*written.bytes); !reading.value) return {std::nullopt, std::move(reading.error)};
+  return written;
+}
+
 class FileDefaults : public UserDefaults {
  public:
   explicit FileDefaults(std::string path) : path_(std::move(path)) {}
@@ -58,8 +66,9 @@ class FileDefaults : public UserDefaults {
   }
 
   void set(std::string_view key, const Value& value) override {
-    if (const auto written = writeBinaryPropertyList(value); !written.bytes) {
-      log("preferences         :-( '{}' is not stored: {}", key, written.error);
+    // A value that could not be read back would make a damaged file of everything stored with it.
+    if (const std::string error = fileOf(Dictionary{{std::string(key), value}}).error; !error.empty()) {
+      log("preferences         :-( '{}' is not stored: {}", key, error);
       return;
     }
     change(key, value);
@@ -185,9 +194,8 @@ class FileDefaults : public UserDefaults {
       pending_.clear();
       return {};
     }
-    const auto written = writeBinaryPropertyList(Value(changed));
+    const auto written = fileOf(changed);
     if (!written.bytes) return written.error;
-    if (written.bytes->size() > PropertyListLimits().bytes) return "the preferences are too long";
     if (const auto put = files->writeByReplacing(path_, bytesOf(*written.bytes)); !put.ok()) return put.description();
     pending_.clear();
     load();

@@ -18,7 +18,8 @@ class UserDefaults {
   virtual bool available() = 0;
   /// The value stored under `key`, with what other processes wrote in the meantime; nothing when there is none.
   virtual OptionalValue object(std::string_view key) = 0;
-  /// Stores `value` at once. A value that a property list cannot hold is left out with a log line.
+  /// Stores `value` at once. A value that a property list cannot hold, or that would not be read back within
+  /// PropertyListLimits, is left out with a log line.
   virtual void set(std::string_view key, const Value& value) = 0;
   virtual void remove(std::string_view key) = 0;
   /// Whether a change could not be written yet. It is visible in this process and tried again with the next change.
