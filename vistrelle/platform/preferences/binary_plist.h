@@ -8,6 +8,10 @@
 /// The binary property list, as Python's plistlib and libplist document it: "bplist00", the objects, a table of their
 /// offsets, and a trailer of 32 bytes. Each object begins with a marker byte: kind in the high four bits, length or
 /// size in the low four. All numbers are big-endian.
+///
+/// Read and written here and not by libplist, because values must come back exactly: through its functions the sign of
+/// large whole numbers, dates outside 1933 to 2069 and what follows a NUL in a text are lost; and because the limits
+/// must hold while a file is read, not only afterwards. libplist is left the XML form.
 namespace vistrelle::platform::binary_plist {
 
 constexpr std::string_view kMagic = "bplist00";
