@@ -52,18 +52,12 @@ float nbTrimmed(std::int64_t decimals, float value) {
 std::string float2FractionStr(float ratio) {
   const auto exact = static_cast<double>(ratio);
   const auto isNear = [exact](double value) { return std::abs(exact - value) <= 0.02; };
-  std::string text;
-  if (std::abs(exact) < 0.1 || isNear(1.0)) {
-    text = "1:1";
-  } else if (isNear(1.33)) {
-    text = "4:3";
-  } else if (isNear(1.77)) {
-    text = "16:9";
-  } else {
-    const float thousandths = ratio * 1000.0F;
-    const auto [width, height] = reduceRatio(truncatedInteger(static_cast<double>(thousandths)), 1000);
-    text = platform::format("{}:{}", width, height);
-  }
+  if (std::abs(exact) < 0.1 || isNear(1.0)) return "1:1";
+  if (isNear(1.33)) return "4:3";
+  if (isNear(1.77)) return "16:9";
+  const float thousandths = ratio * 1000.0F;
+  const auto [width, height] = reduceRatio(truncatedInteger(static_cast<double>(thousandths)), 1000);
+  const std::string text = platform::format("{}:{}", width, height);
   log("float2FractionStr : {} (<-{:.3f})", text, ratio);
   return text;
 }
