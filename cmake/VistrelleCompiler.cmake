@@ -1,7 +1,7 @@
 # One interface target carries the language level, warnings and sanitizers of everything that is ours.
 add_library(vistrelle_options INTERFACE)
 target_compile_features(vistrelle_options INTERFACE cxx_std_20)
-target_include_directories(vistrelle_options INTERFACE "${CMAKE_SOURCE_DIR}")
+target_include_directories(vistrelle_options INTERFACE "${PROJECT_SOURCE_DIR}")
 target_compile_options(vistrelle_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor
   -Wold-style-cast -Woverloaded-virtual -Wformat=2 -Werror=format-security -Werror)

@@ -14,7 +14,7 @@ if(NOT Qt6Widgets_FOUND)
   message(STATUS "Qt 6 Widgets not found: alerts are text on the terminal")
   return()
 endif()
-file(GLOB dialogs_qt_sources CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/vistrelle/platform/dialogs/qt/*.cpp")
+file(GLOB dialogs_qt_sources CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/vistrelle/platform/dialogs/qt/*.cpp")
 # The two sources of the room that both sides need are compiled in: the plug-in shares no state with its loader.
 add_library(vistrelle-dialogs-qt MODULE ${dialogs_qt_sources}
   platform/dialogs/alert_content.cpp platform/dialogs/wire.cpp)
