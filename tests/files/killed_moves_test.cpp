@@ -47,7 +47,7 @@ void makeFile(const std::string& path) {
 }
 
 bool isWholeFile(const std::string& path) {
-  return readFile(path) == content;
+  return isWhole(path, content.size());
 }
 
 struct Item {
@@ -105,12 +105,9 @@ class Killed : public FilesTest, public ::testing::WithParamInterface<bool> {
 
   void onTwoVolumes(Operation operation, bool sourceMayGo) {
     const std::string other = scratch.makeFolder("other");
-    if (!isAdministrator()) GTEST_SKIP() << "mounting needs the administrator";
+    if (!canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
     EXPECT_TRUE(inChild([&] {
-      if (!mountScratch(other.c_str(), "size=64m")) {
-        std::puts("no mount is possible here: not tested");
-        return;
-      }
+      ASSERT_TRUE(mountScratch(other.c_str(), "size=64m"));
       killOften(operation, sourceMayGo, other);
     }));
   }

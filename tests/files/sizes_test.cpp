@@ -166,10 +166,14 @@ TEST_F(Sizes, folderTotalIsKeptInSinglePrecision) {
 TEST_F(Sizes, ofAFolderWithLoopsAndOneHundredThousandFiles) {
   const std::string folder = scratch.makeFolder("many");
   const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
+  // Names of two files: a tenth of the time of as many files, and one alone may not have that many names everywhere.
   for (int number = 0; number < 100'000; ++number) {
-    const int file = ::openat(descriptor, std::to_string(number).c_str(), O_WRONLY | O_CREAT, 0600);
-    ASSERT_EQ(0, ::ftruncate(file, 1024));
-    ::close(file);
+    const std::string name = std::to_string(number);
+    if (number < 2) {
+      scratch.write("many/" + name, std::string(1024, 'x'));
+    } else {
+      ASSERT_EQ(0, ::linkat(descriptor, number % 2 ? "1" : "0", descriptor, name.c_str(), 0));
+    }
   }
   ::close(descriptor);
   fs::create_symlink(".", folder + "/loop");
@@ -206,13 +210,10 @@ TEST_F(FreeSpace, inWholeMegabytes) {
 }
 
 TEST_F(FreeSpace, ofARealVolume) {
-  if (!isAdministrator()) GTEST_SKIP() << "mounting needs the administrator";
+  if (!canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
   const std::string folder = scratch.makeFolder("volume");
   EXPECT_TRUE(inChild([&] {
-    if (!mountScratch(folder.c_str(), "size=1572864")) {
-      std::puts("no mount is possible here: not tested");
-      return;
-    }
+    ASSERT_TRUE(mountScratch(folder.c_str(), "size=1572864"));
     EXPECT_EQ(1, freeDiskSpaceMo(folder));
   }));
 }

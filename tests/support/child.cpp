@@ -63,13 +63,25 @@ void becomeNobody() {
   }
 }
 
-bool mountScratch(const char* folder, const char* options) {
+bool canMount() {
+  static const bool possible = [] {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(isAdministrator() && mountScratch("/", "size=64k") ? 0 : 1);
+    int status = 1;
+    while (child > 0 && ::waitpid(child, &status, 0) < 0) {
+    }
+    return child > 0 && status == 0;
+  }();
+  return possible;
+}
+
+bool mountScratch(const char* folder, const char* options, const char* type) {
   static bool own = false;
   if (!own) {
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
     own = true;
   }
-  return ::mount("none", folder, "tmpfs", 0, options) == 0;
+  return ::mount("none", folder, type, 0, options) == 0;
 }
 
 }  // namespace vistrelle::testing

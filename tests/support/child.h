@@ -16,7 +16,11 @@ bool isAdministrator();
 /// Becomes the unprivileged user for good, when started by the administrator. For a child.
 void becomeNobody();
 
-/// Gives the process its own view of the mounts and mounts a tmpfs of `options` ("size=1m") at `folder`. For a child.
-bool mountScratch(const char* folder, const char* options);
+/// Whether a child can mountScratch, found out by one that does; tests that need it say so when they skip.
+bool canMount();
+
+/// Gives the process its own view of the mounts and mounts a tmpfs of `options` ("size=1m"), or another file system
+/// that needs no device, at `folder`. For a child.
+bool mountScratch(const char* folder, const char* options, const char* type = "tmpfs");
 
 }  // namespace vistrelle::testing

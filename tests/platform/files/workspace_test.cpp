@@ -41,7 +41,7 @@ class Desktop : public ::testing::Test {
   }
 
   std::string recorded() const {
-    for (int attempt = 0; attempt < 1000 && !fs::exists(scratch.file("recorded")); ++attempt) {
+    for (int attempt = 0; attempt < 6000 && !fs::exists(scratch.file("recorded")); ++attempt) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     const std::string text = testing::readFile(scratch.file("recorded"));
@@ -116,7 +116,7 @@ TEST_F(Desktop, missingItemsAreNotRecycled) {
 }
 
 TEST_F(Desktop, itemsOfAnotherVolumeGoToItsOwnTrash) {
-  if (!testing::isAdministrator()) GTEST_SKIP() << "mounting needs the administrator";
+  if (!testing::canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
   const std::string volume = scratch.makeFolder("volume");
   const std::string image = scratch.file("image");
   if (std::system(("truncate -s 8M '" + image + "' && mkfs.ext4 -q '" + image + "' 2>/dev/null").c_str()) != 0) {
@@ -125,10 +125,8 @@ TEST_F(Desktop, itemsOfAnotherVolumeGoToItsOwnTrash) {
   EXPECT_TRUE(inChild([&] {
     const std::string probe = scratch.makeFolder("probe");
     ASSERT_TRUE(testing::mountScratch(probe.c_str(), "size=64k"));  // mounts of our own from here on
-    if (std::system(("mount -o loop '" + image + "' '" + volume + "'").c_str()) != 0) {
-      std::puts("no loop mount is possible here: not tested");
-      return;
-    }
+    if (std::system(("mount -o loop '" + image + "' '" + volume + "'").c_str()) != 0) return;
+    scratch.write("mounted", "");
     isolate();
     scratch.write("volume/a.mov", "content");
     EXPECT_TRUE(workspace().get()->recycle(volume, {"a.mov"}));
@@ -136,16 +134,14 @@ TEST_F(Desktop, itemsOfAnotherVolumeGoToItsOwnTrash) {
     EXPECT_EQ("content", testing::readFile(volume + "/.Trash-" + std::to_string(::getuid()) + "/files/a.mov"));
     EXPECT_FALSE(fs::exists(trash("files/a.mov")));
   }));
+  if (!fs::exists(scratch.file("mounted"))) GTEST_SKIP() << "a loop mount is not possible here";
 }
 
 TEST_F(Desktop, whereNoTrashIsPossibleNothingGoes) {
-  if (!testing::isAdministrator()) GTEST_SKIP() << "mounting needs the administrator";
+  if (!testing::canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
   const std::string volume = scratch.makeFolder("volume");
   EXPECT_TRUE(inChild([&] {
-    if (!testing::mountScratch(volume.c_str(), "size=64k")) {
-      std::puts("no mount is possible here: not tested");
-      return;
-    }
+    ASSERT_TRUE(testing::mountScratch(volume.c_str(), "size=64k"));
     isolate();
     scratch.write("volume/a.mov", "content");
     EXPECT_FALSE(workspace().get()->recycle(volume, {"a.mov"}));

@@ -23,14 +23,11 @@ using testing::ScratchFolder;
 
 class Writing : public ::testing::Test {
  protected:
-  void onSmallVolume(const std::function<void(const std::string& other)>& body) {
-    if (!testing::isAdministrator()) GTEST_SKIP() << "mounting needs the administrator";
+  void onSmallVolume(const std::function<void(const std::string& other)>& body, const char* type = "tmpfs") {
+    if (!testing::canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
     const std::string other = scratch.makeFolder("other");
     EXPECT_TRUE(inChild([&] {
-      if (!testing::mountScratch(other.c_str(), "size=64k")) {
-        std::puts("no mount is possible here: not tested");
-        return;
-      }
+      ASSERT_TRUE(testing::mountScratch(other.c_str(), "size=64k", type));
       body(other);
     }));
   }
@@ -82,6 +79,24 @@ TEST_F(Writing, inPlaceOnAFullVolumeLeavesTheOldFileOrNone) {
     EXPECT_FALSE(files->exists(other + "/behind"));
     EXPECT_TRUE(fs::is_symlink(other + "/dangling"));
   });
+}
+
+TEST_F(Writing, inPlaceWhereNoSpaceCanBeReserved) {
+  const auto body = [&](const std::string& other) {
+    const std::string old = std::string(10'000, 'o');
+    for (const std::string& content : {old, large, std::string("cut"), old}) {
+      ASSERT_EQ(0, files->writeInPlace(other + "/old", bytesOf(content)).code());
+      EXPECT_EQ(content, readFile(other + "/old"));
+    }
+    ::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{15'000, 15'000};
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
+    EXPECT_EQ(EFBIG, files->writeInPlace(other + "/old", bytesOf(large)).code());
+    EXPECT_EQ(old, readFile(other + "/old"));
+    EXPECT_EQ(EFBIG, files->writeInPlace(other + "/new", bytesOf(large)).code());
+    EXPECT_FALSE(files->exists(other + "/new"));
+  };
+  onSmallVolume(body, "ramfs");
 }
 
 TEST_F(Writing, inPlaceBeyondTheSizeLimitLeavesTheOldFileOrNone) {
@@ -152,6 +167,17 @@ TEST_F(Writing, replacingKeepsLinks) {
   EXPECT_EQ("fresh", readFile(scratch.file("far/made")));
   EXPECT_TRUE(fs::is_symlink(scratch.file("link")));
   EXPECT_EQ(2u, files->entries(scratch.file("far"))->size());
+}
+
+TEST_F(Writing, replacingLeavesDevicesAndPipes) {
+  const std::string pipe = scratch.file("pipe");
+  ASSERT_EQ(0, ::mkfifo(pipe.c_str(), 0600));
+  fs::create_symlink("pipe", scratch.file("link"));
+  for (const char* name : {"pipe", "link"}) {
+    EXPECT_EQ(ENXIO, files->writeByReplacing(scratch.file(name), bytesOf("x")).code());  // nobody reads
+    EXPECT_TRUE(fs::is_fifo(pipe));
+  }
+  EXPECT_EQ(2u, files->entries(scratch.path())->size());
 }
 
 TEST_F(Writing, replacingOnAFullVolumeLeavesTheOldFile) {

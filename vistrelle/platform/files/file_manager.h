@@ -132,7 +132,8 @@ class FileManager {
   /// before and could not be written whole is removed.
   virtual FileResult writeInPlace(const std::string& path, Bytes bytes) = 0;
   /// Writes a temporary in the same folder, flushes it to the disk and renames it over the file: a reader sees the old
-  /// or the new file, whole. An existing file's mode is kept, a link stays and its target is replaced.
+  /// or the new file, whole. An existing file's mode is kept, a link stays and its target is replaced. A device or pipe
+  /// is written to, as by writeInPlace.
   virtual FileResult writeByReplacing(const std::string& path, Bytes bytes) = 0;
 };
 

@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "vistrelle/platform/files/file_place.h"
 #include "vistrelle/platform/files/path.h"
@@ -24,16 +26,28 @@ int writeAll(int file, Bytes bytes) {
   return 0;
 }
 
+int growWithZeros(int file, off_t size, off_t formerSize) {
+  const std::vector<char> zeros(64 * 1024);
+  while (formerSize < size) {
+    const auto step = std::min(zeros.size(), static_cast<std::size_t>(size - formerSize));
+    const ssize_t count = ::pwrite(file, zeros.data(), step, formerSize);
+    if (count < 0 && errno != EINTR) return errno;
+    if (count > 0) formerSize += count;
+  }
+  return 0;
+}
+
 /// Reserves the file's space. On failure a longer file is cut back to `formerSize`.
 int reserve(int file, off_t size, off_t formerSize) {
   if (size == 0) return 0;
   int code = 0;
   do {
-    code = ::posix_fallocate(file, 0, size);
+    code = ::fallocate(file, 0, 0, size) == 0 ? 0 : errno;
   } while (code == EINTR);
+  // Where the file system cannot reserve, what is there already has its space and the rest is written once before.
+  // The C library's stand-in would read the file, which one that is open for writing only does not allow.
+  if (code == EOPNOTSUPP || code == EINVAL || code == ENOSYS) code = growWithZeros(file, size, formerSize);
   if (code == 0) return 0;
-  // File systems that cannot reserve say so; the write itself will tell whether there is room.
-  if (code == EINVAL || code == EOPNOTSUPP || code == ENOSYS) return 0;
   return ::ftruncate(file, formerSize) == 0 ? code : errno;
 }
 
@@ -58,11 +72,10 @@ std::string behindLinks(std::string path) {
 }
 
 /// Removes the file that was made for a write that failed, if the path still leads to it.
-void takeBack(const std::string& path, int file) {
+void takeBack(const std::string& path, const struct stat& made) {
   const FilePlace place = placeOf(behindLinks(path));
-  struct stat made {};
   struct stat present {};
-  if (place.code != 0 || ::fstat(file, &made) != 0) return;
+  if (place.code != 0) return;
   if (::fstatat(place.folder.get(), place.name.c_str(), &present, AT_SYMLINK_NOFOLLOW) != 0) return;
   if (made.st_dev == present.st_dev && made.st_ino == present.st_ino) {
     ::unlinkat(place.folder.get(), place.name.c_str(), 0);
@@ -92,8 +105,8 @@ int writeFileInPlace(const std::string& path, Bytes bytes) {
     return writeAll(file.get(), bytes);
   }
   int code = writeRegular(file.get(), bytes, status.st_size);
-  if (code != 0 && isNew) takeBack(path, file.get());
   if (code == 0 && file.close() != 0) code = errno;
+  if (code != 0 && isNew) takeBack(path, status);
   return code;
 }
 
@@ -105,6 +118,7 @@ int writeFileByReplacing(const std::string& path, Bytes bytes) {
   struct stat former {};
   const bool replaces = ::fstatat(folder, place.name.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0;
   if (replaces && S_ISDIR(former.st_mode)) return EISDIR;
+  if (replaces && !S_ISREG(former.st_mode)) return writeFileInPlace(path, bytes);
 
   const TerminationHold hold;  // no temporary is left behind either
   std::string temporary;
