@@ -6,22 +6,25 @@
 
 namespace vistrelle {
 
+using platform::canonicalPath;
 using platform::expandingTilde;
 using platform::fileManager;
 using platform::OptionalText;
 
 namespace {
 
-/// Whether removing one of two existing items would take the other with it: the same file by another name, or one
-/// inside the other.
-bool overlap(const std::string& first, const std::string& second) {
+/// Whether removing the destination would take the source, or what it leads to, with it, or whether the source holds
+/// the destination. Of a destination that is a link only the link would go.
+bool overlap(const std::string& source, const std::string& destination) {
   const auto files = fileManager().get();
-  const auto one = files->attributes(first, true);
-  const auto other = files->attributes(second, true);
+  const auto one = files->attributes(source, true);
+  const auto other = files->attributes(destination, true);
   if (one && other && one->sameFile(*other)) return true;
-  const std::string firstReal = files->resolvedPath(first).value_or(first) + "/";
-  const std::string secondReal = files->resolvedPath(second).value_or(second) + "/";
-  return firstReal.starts_with(secondReal) || secondReal.starts_with(firstReal);
+  const std::string to = canonicalPath(destination) + "/";
+  for (const std::string& from : {canonicalPath(source) + "/", files->resolvedPath(source).value_or(source) + "/"}) {
+    if (from.starts_with(to) || to.starts_with(from)) return true;
+  }
+  return false;
 }
 
 bool isYes(const OptionalText& overwrite) {
