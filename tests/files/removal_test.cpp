@@ -162,6 +162,14 @@ TEST_F(Refusal, aTrailingSlashTakesTwoCharacters) {
   EXPECT_TRUE(rmCocoa("a/"));  // nothing is left to look for
 }
 
+TEST_F(Refusal, aTrailingSlashTakesCharactersAndNoPartsOfThem) {
+  WithoutHarm harmless;
+  ::setenv("HOME", scratch.file("people/é").c_str(), 1);
+  RecordingLog log;
+  EXPECT_FALSE(rmCocoa(scratch.file("people/éé/")));
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(Refusal, volumesAndTopFoldersAlert) {
   WithoutHarm harmless;
   for (const char* path : {"/Volumes/Disk", "/Volumes/*", "/*", "/etc", "/Volumes/a.mov", "/Users/somebody-else",

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "vistrelle/files/bundles.h"
+#include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/files/file_manager.h"
 #include "vistrelle/platform/files/path.h"
 
@@ -50,11 +51,15 @@ bool isSameItem(const std::optional<FileAttributes>& item, std::string_view path
   return other && item->sameFile(*other);
 }
 
+/// Two characters, not one: "/a/bc/" is looked for as "/a/b". Intended.
+std::string withoutTwoCharacters(const std::string& path) {
+  return std::string(platform::prefixOfCharacters(path, platform::characterCount(path) - 2));
+}
+
 /// The rules by the text alone, as it was given.
 Protection protectionByText(const std::string& path) {
   if (path == "/") return Protection::silent;
-  // Two characters, not one: "/a/bc/" is looked for as "/a/b". Intended.
-  const std::string trimmed = path.ends_with('/') ? path.substr(0, path.size() - 2) : path;
+  const std::string trimmed = path.ends_with('/') ? withoutTwoCharacters(path) : path;
   const std::string home = deletingLastPathComponent(platform::expandingTilde("~/Movies"));
   if (isPieceOf(trimmed, home) || isPieceOf(trimmed, "/Users/" + platform::loginName())) return Protection::silent;
   if (path.starts_with(authoringArea)) return Protection::none;
