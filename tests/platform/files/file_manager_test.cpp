@@ -13,6 +13,7 @@
 
 #include "tests/support/child.h"
 #include "tests/support/scratch_folder.h"
+#include "vistrelle/platform/files/path.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -238,6 +239,14 @@ TEST_F(FileManagerTest, makeFolder) {
   ::umask(former);
 }
 
+TEST_F(FileManagerTest, aPathOfAMillionFoldersIsTooLong) {
+  std::string path = scratch.path();
+  for (int level = 0; level < 1'000'000; ++level) path += "/a";
+  EXPECT_EQ(ENAMETOOLONG, files->makeFolder(path, 0777).code());
+  EXPECT_TRUE(fs::is_empty(scratch.path()));
+  EXPECT_EQ(path, standardizedPath(path));
+}
+
 TEST_F(FileManagerTest, permissionsAndLinks) {
   const std::string file = scratch.write("a", "");
   ASSERT_TRUE(files->setPermissions(file, 0640).ok());
@@ -252,7 +261,7 @@ TEST_F(FileManagerTest, oneHundredThousandEntries) {
   scratch.makeFolder("many");
   const int folder = ::open(scratch.file("many").c_str(), O_RDONLY | O_DIRECTORY);
   for (int number = 0; number < 100'000; ++number) {
-    ::close(::openat(folder, std::to_string(number).c_str(), O_WRONLY | O_CREAT, 0600));
+    ASSERT_EQ(0, ::mknodat(folder, std::to_string(number).c_str(), S_IFREG | 0600, 0));
   }
   ::close(folder);
   EXPECT_EQ(100'000u, files->entries(scratch.file("many"))->size());

@@ -149,7 +149,8 @@ std::string standardizedPath(std::string_view path) {
       }
       result = deletingLastPathComponent(result);
     } else {
-      result = appendingPathComponent(result, component);
+      if (!result.empty() && result.back() != '/') result += '/';
+      result += component;
     }
   }
   // A path of nothing but "." components names the current folder still.

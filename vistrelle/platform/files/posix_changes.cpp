@@ -54,6 +54,7 @@ int makeFoldersAbove(const std::string& path) {
   const std::string parent = deletingLastPathComponent(path);
   struct stat status {};
   if (parent.empty() || parent == "/" || ::stat(parent.c_str(), &status) == 0) return 0;
+  if (errno != ENOENT) return errno;  // a path that is too long has no parents worth a step each
   if (const int code = makeFoldersAbove(parent)) return code;
   const int code = makeOneFolder(parent);
   return code == EEXIST ? 0 : code;  // another process was faster
