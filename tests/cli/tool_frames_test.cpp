@@ -77,6 +77,22 @@ INSTANTIATE_TEST_SUITE_P(
                       FrameCase{"photo-jpeg.mov", 1, 320, 240}, FrameCase{"sample_with_chapters.mkv", 0.5, 320, 240},
                       FrameCase{"bbb_642x642_768kbps_30fps_vp9.webm", 0.5, 642, 642}));
 
+TEST(Gaps, FramesThatAnAviFileLeavesOutKeepTheirTime) {
+  ScratchFolder folder;
+  const std::string movie = testing::gappyClip(folder);
+  const std::string out = folder.makeFolder("out");
+  // Half a second lies in the gap, the others behind it.
+  const auto run = runTool({"-i", movie, "-o", out, "-w", "160", "-h", "120", "-tc", "1.5-0.5-1", "-v"});
+  ASSERT_EQ(run.status, 0) << run.error;
+  const std::vector<double> seconds{1.5, 0.5, 1};
+  for (std::size_t i = 0; i < seconds.size(); ++i) {
+    const std::string wanted = linearFrame(folder, movie, seconds[i], 160, 120);
+    EXPECT_GT(psnr(out + "/img0" + std::to_string(i) + ".jpg", wanted), 25) << seconds[i];
+  }
+  EXPECT_NE(run.error.find("Mirelund actualTime = 0.160\n"), std::string::npos) << run.error;
+  EXPECT_NE(run.error.find("Mirelund actualTime = 1.480\n"), std::string::npos) << run.error;
+}
+
 /// Real waits, counted; sleeps are what must not happen.
 class WatchingClock : public platform::Clock {
  public:

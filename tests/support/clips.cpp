@@ -46,6 +46,12 @@ std::string lateIndexClip(const ScratchFolder& folder) {
   return make(folder.file("late.mp4"), pattern({}));
 }
 
+std::string gappyClip(const ScratchFolder& folder) {
+  return make(folder.file("gaps.avi"),
+              {"-f", "lavfi", "-i", "testsrc2=size=160x120:rate=25:duration=2", "-vf",
+               "select=not(between(n\\,5\\,12))", "-fps_mode", "passthrough", "-c:v", "mjpeg"});
+}
+
 std::string linearFrame(const ScratchFolder& folder, const std::string& movie, double seconds, int width, int height) {
   // BMP, which says nothing of colour spaces. Every frame up to the time replaces the one before; the last stays.
   const std::string size = std::to_string(width) + ":" + std::to_string(height);

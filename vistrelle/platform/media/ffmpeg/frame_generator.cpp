@@ -98,6 +98,8 @@ class Generator : public FrameGenerator {
     rules.isIntraOnly = isIntraOnly(facts.parameters->codec_id);
     rules.decodingTimesHold = source_->isMovFamily();
     rules.rate = frameRateOf(facts, packets);
+    rules.hasGaps = times == TimesKind::notStated && rules.rate.num > 0 &&
+                    av_cmp_q(packets.stream()->time_base, av_inv_q(rules.rate)) == 0;
     rules.landing = landingRules(*source_, streamIndex_, packets);
     shape_ = shapeOf(facts, *packets.stream());
     search_.emplace(*run_, plan_, store_, options_.skipsNonReference);

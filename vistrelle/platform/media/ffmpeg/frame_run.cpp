@@ -1,5 +1,9 @@
 #include "vistrelle/platform/media/ffmpeg/frame_run.h"
 
+extern "C" {
+#include <libavutil/common.h>
+}
+
 #include <algorithm>
 #include <limits>
 
@@ -43,6 +47,7 @@ void FrameRun::beginRun() {
   noted_ = 0;
   seen_.clear();
   leftOut_.clear();
+  places_.clear();
   highestDts_ = std::numeric_limits<std::int64_t>::min();
   timesDoubtful_ = untimed_ = lastSkipped_ = false;
   lastPlace_.reset();
@@ -112,6 +117,10 @@ void FrameRun::noteNewPackets() {
     if (packet.pts == AV_NOPTS_VALUE) untimed_ = true;
     if (packet.dts != AV_NOPTS_VALUE) highestDts_ = std::max(highestDts_, packet.dts);
     if (packet.pts != AV_NOPTS_VALUE && !isDiscarded(packet)) seen_.insert(packet.pts);
+    if (rules_.hasGaps) {
+      const std::int64_t following = places_.empty() ? 0 : av_sat_add64(places_.back(), 1);
+      places_.push_back(packet.dts == AV_NOPTS_VALUE ? following : std::max(following, packet.dts));
+    }
   }
   damage_.refusedPackets += packets_.unreadable() - unreadableCounted_;
   unreadableCounted_ = packets_.unreadable();
@@ -170,10 +179,21 @@ bool FrameRun::maySkip(const AVPacket& packet, std::int64_t place) const {
   return successor != seen_.end() && *successor <= *wanted;
 }
 
+// In an AVI file every chunk takes one frame period. An empty one is no frame: the former frame stays on screen for its
+// period too, so it moves those that follow. The demuxer's decoding times number all chunks. Frames come out in the
+// order of their places, so the n-th has that of the n-th packet, reordered or not: that takes the reorder delay away.
+std::int64_t FrameRun::placeOfNumber(std::int64_t number) const {
+  const auto known = static_cast<std::int64_t>(places_.size());
+  if (number < known) return places_[static_cast<std::size_t>(number)];
+  return known == 0 ? number : av_sat_add64(places_.back(), 1 + number - known);
+}
+
+// A frame stays until the next one's place.
 bool FrameRun::isWanted(std::int64_t number, std::int64_t place) const {
-  if (number >= place) return true;
-  const std::optional<std::int64_t> open = plan_.nextOpen(number);
-  return open && *open == number;
+  const std::int64_t next = placeOfNumber(number + 1);
+  if (next > place) return true;
+  const std::optional<std::int64_t> open = plan_.nextOpen(placeOfNumber(number));
+  return open && *open < next;
 }
 
 bool FrameRun::feed(std::int64_t place) {
@@ -207,7 +227,7 @@ bool FrameRun::isVisible(const AVFrame& frame) const {
 }
 
 std::optional<std::int64_t> FrameRun::placeOf(const AVFrame& frame) const {
-  if (rules_.isCounted) return rules_.isIntraOnly ? packetsFed_ - 1 : framesSeen_;
+  if (rules_.isCounted) return placeOfNumber(rules_.isIntraOnly ? packetsFed_ - 1 : framesSeen_);
   if (frame.pts != AV_NOPTS_VALUE) return frame.pts;
   // A single frame without a time stands one frame after the one before it.
   if (!lastPlace_ || rules_.rate.num <= 0 || leftOut_.upper_bound(*lastPlace_) != leftOut_.end()) return std::nullopt;
@@ -333,7 +353,7 @@ FrameRun::Answer FrameRun::answer(std::int64_t place) {
       case Pull::frame:
         if (!current_) {
           current_ = std::move(frame);
-          currentIsFirst_ = landing_.fromStart && (!rules_.isCounted || current_->place == 0);
+          currentIsFirst_ = landing_.fromStart && (!rules_.isCounted || current_->place == placeOfNumber(0));
         } else if (frame->place < current_->place) {
           disordered_ = true;
           return {Answer::Kind::unproven, nullptr, "frames came out of order"};

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "vistrelle/platform/media/ffmpeg/frame_decoder.h"
 #include "vistrelle/platform/media/ffmpeg/frame_landing.h"
@@ -37,6 +38,7 @@ struct FrameOptions {
 /// What all runs over one stream have in common.
 struct RunRules {
   bool isCounted = false;          ///< places are numbers counted from the start of the stream
+  bool hasGaps = false;            ///< counted, but decoding times are numbers too and step over frames left out
   bool isIntraOnly = false;        ///< every packet is a frame that stands for itself
   bool decodingTimesHold = false;  ///< a packet's decoding time is stated and never after its presentation time
   AVRational rate{0, 1};
@@ -98,6 +100,7 @@ class FrameRun {
   bool lookAhead();
   void noteNewPackets();
   bool maySkip(const AVPacket& packet, std::int64_t place) const;
+  std::int64_t placeOfNumber(std::int64_t number) const;
   bool isWanted(std::int64_t number, std::int64_t place) const;
   bool isVisible(const AVFrame& frame) const;
   std::optional<std::int64_t> placeOf(const AVFrame& frame) const;
@@ -127,9 +130,10 @@ class FrameRun {
   bool leftOutTheAnswer_ = false;
   std::int64_t framesSeen_ = 0;
   std::int64_t packetsFed_ = 0;
-  std::size_t noted_ = 0;           // how many packets of the queue are in seen_
-  std::set<std::int64_t> seen_;     // presentation times of the run's packets
-  std::set<std::int64_t> leftOut_;  // those that the decoder was told to skip where it can
+  std::size_t noted_ = 0;             // how many packets of the queue are in seen_
+  std::set<std::int64_t> seen_;       // presentation times of the run's packets
+  std::set<std::int64_t> leftOut_;    // those that the decoder was told to skip where it can
+  std::vector<std::int64_t> places_;  // with gaps: of the frames by their number, as far as packets were noted
   std::int64_t highestDts_ = 0;
   bool timesDoubtful_ = false;  // the order of the packets does not prove anything
   bool untimed_ = false;        // some packets have no presentation time

@@ -12,7 +12,8 @@ extern "C" {
 namespace vistrelle::platform {
 
 /// Where the frames of a stream lie: either by their presentation times, in ticks of the stream's time base, or, for
-/// streams that do not state them all, by their number in presentation order. A "place" below is a tick or a number.
+/// streams that do not state them all, by their number in presentation order, frames that the container left out
+/// included. A "place" below is a tick or a number.
 class FrameTimeline {
  public:
   /// Places are ticks; `zero` is the tick that counts as zero.
