@@ -134,6 +134,25 @@ TEST(Decode, AbsurdSizesAreRefusedBeforeTheyAreAllocated) {
   EXPECT_FALSE(decodePicture(bytesOf(gif)));
 }
 
+TEST(Decode, AFewBytesDoNotUnfoldToGigabytes) {
+  // Code blocks without data are complete: only the size in the headers makes this one huge.
+  std::string jp2 = textOf(encodeJpeg2000(*testing::paintedRaster(48, 32, [](int, int) {
+    return Rgba{128, 128, 128, 255};
+  })));
+  const std::size_t header = jp2.find("ihdr");
+  const std::size_t size = jp2.find("\xFF\x4F\xFF\x51");
+  ASSERT_NE(header, std::string::npos);
+  ASSERT_NE(size, std::string::npos);
+  const auto claim = [&](std::uint32_t side) {
+    for (const std::size_t at : {header + 4, header + 8, size + 8, size + 12, size + 24, size + 28}) {
+      jp2.replace(at, 4, big32(side));
+    }
+    return decodePicture(bytesOf(jp2));
+  };
+  EXPECT_TRUE(claim(512));
+  EXPECT_FALSE(claim(16384));
+}
+
 TEST(Decode, BmpVariants) {
   // 2 x 2, top down, 32 bits, masks with alpha behind a 40-byte header is 3 masks only; here a palette of 2 colours.
   std::string file("BM\0\0\0\0\0\0\0\0\x3E\0\0\0", 14);

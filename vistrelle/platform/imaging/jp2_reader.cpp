@@ -59,12 +59,17 @@ std::shared_ptr<Bitmap> bitmapOf(const opj_image_t& image) {
   return bitmap;
 }
 
-/// Before anything is decoded: what the header asks for.
-bool isWithinLimits(const opj_image_t& image) {
-  if (image.x1 <= image.x0 || image.y1 <= image.y0) return false;
+/// Before anything is decoded: what the header asks for. Code blocks without data cost nothing, so that 160 bytes can
+/// be a whole picture that takes gigabytes and half a minute: a large one must have at least so much data as even a
+/// strongly compressed photograph has.
+bool isWithinLimits(const opj_image_t& image, std::size_t bytes) {
+  constexpr std::uint64_t kMostSamplesOfAnyFile = std::uint64_t{1} << 27;
+  constexpr std::uint64_t kMostSamplesOfAByte = 4096;
+  if (image.x1 <= image.x0 || image.y1 <= image.y0 || image.numcomps > 4) return false;
   const std::uint64_t pixels = std::uint64_t{image.x1 - image.x0} * (image.y1 - image.y0);
-  return pixels * image.numcomps <= static_cast<std::uint64_t>(Bitmap::kMaxPixels) * 4 &&
-         pixels <= static_cast<std::uint64_t>(Bitmap::kMaxPixels);
+  if (pixels > static_cast<std::uint64_t>(Bitmap::kMaxPixels)) return false;
+  const std::uint64_t samples = pixels * image.numcomps;
+  return samples <= kMostSamplesOfAnyFile || samples / kMostSamplesOfAByte <= bytes;
 }
 
 }  // namespace
@@ -85,7 +90,7 @@ std::shared_ptr<Bitmap> decodeJpeg2000(EncodedBytes bytes) {
   opj_image_t* header = nullptr;
   const bool hasHeader = opj_read_header(stream.get(), codec.get(), &header) != OPJ_FALSE;
   const Jp2Image image(header);
-  if (!hasHeader || !image || !isWithinLimits(*image)) return nullptr;
+  if (!hasHeader || !image || !isWithinLimits(*image, bytes.size())) return nullptr;
   if (!opj_decode(codec.get(), stream.get(), image.get()) || !isReadable(*image)) return nullptr;
   return bitmapOf(*image);
 }
