@@ -166,7 +166,7 @@ TEST_F(Sizes, folderTotalIsKeptInSinglePrecision) {
 TEST_F(Sizes, ofAFolderWithLoopsAndOneHundredThousandFiles) {
   const std::string folder = scratch.makeFolder("many");
   const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY);
-  // Names of two files: a tenth of the time of as many files, and one alone may not have that many names everywhere.
+  // Names of two files: quicker than as many files, and one alone may not have that many names everywhere.
   for (int number = 0; number < 100'000; ++number) {
     const std::string name = std::to_string(number);
     if (number < 2) {
