@@ -80,6 +80,28 @@ TEST(Encoding, BytesWithoutMeaningHaveNone) {
   EXPECT_FALSE(decodeText("\0\0\x11\0"s, kUtf32LeEncoding));
 }
 
+/// The bytes from `first` to `last`.
+std::string bytesBetween(int first, int last) {
+  std::string bytes;
+  for (int byte = first; byte <= last; ++byte) bytes.push_back(static_cast<char>(byte));
+  return bytes;
+}
+
+TEST(Encoding, NextstepMeansWhatThePublishedMappingSays) {
+  EXPECT_EQ(decodeText(bytesBetween(0, 0x7F), kNextstepEncoding), bytesBetween(0, 0x7F));
+  EXPECT_EQ(decodeText(bytesBetween(0x80, 0xFD), kNextstepEncoding),
+            "\u00A0ÀÁÂÃÄÅÇÈÉÊËÌÍÎÏÐÑÒÓÔÕÖÙÚÛÜÝÞµ×÷©¡¢£⁄¥ƒ§¤’“«‹›ﬁﬂ®–†‡·¦¶•‚„”»…‰¬¿¹ˋ´ˆ˜¯˘˙¨²˚¸³˝˛ˇ—±¼½¾"
+            "àáâãäåçèéêëìÆíªîïðñŁØŒºòóôõöæùúûıüýłøœßþÿ");
+}
+
+TEST(Encoding, MacSymbolMeansWhatThePublishedMappingSays) {
+  EXPECT_EQ(decodeText(bytesBetween(0x20, 0x7E), kMacSymbolEncoding),
+            " !∀#∃%&∍()∗+,−./0123456789:;<=>?≅ΑΒΧΔΕΦΓΗΙϑΚΛΜΝΟΠΘΡΣΤΥςΩΞΨΖ[∴]⊥_\uF8E5αβχδεφγηιϕκλμνοπθρστυϖωξψζ{|}∼");
+  EXPECT_EQ(decodeText(bytesBetween(0xA0, 0xFE), kMacSymbolEncoding),
+            "€ϒ′≤⁄∞ƒ♣♦♥♠↔←↑→↓°±″≥×∝∂•÷≠≡≈…⏐⎯↵ℵℑℜ℘⊗⊕∅∩∪⊃⊇⊄⊂⊆∈∉∠∇®©™∏√⋅¬∧∨⇔⇐⇑⇒⇓◊\u3008®\uF87F©\uF87F™\uF87F∑"
+            "⎛⎜⎝⎡⎢⎣⎧⎨⎩⎪\uF8FF\u3009∫⌠⎮⌡⎞⎟⎠⎤⎥⎦⎫⎬⎭");
+}
+
 TEST(Encoding, NextstepBothWays) {
   EXPECT_EQ(decodeText("\x80\x81\xA9\xAE\xE8\xF5\xFD", kNextstepEncoding), "\u00A0À\u2019ﬁŁıÿ");
   for (int byte = 0; byte < 0xFE; ++byte) {
@@ -128,7 +150,10 @@ TEST(Encoding, UtfFormsBothWays) {
   }
   EXPECT_EQ(decodeText("\xFE\xFF\0\xE9"s, kUtf16Encoding), "é");
   EXPECT_EQ(decodeText("\xE9\0"s, kUtf16Encoding), "é");
-  EXPECT_EQ(decodeText("\xEF\xBB\xBF" "a", kUtf8Encoding), "a");
+  EXPECT_EQ(decodeText("\xEF\xBB\xBF"
+                       "a",
+                       kUtf8Encoding),
+            "a");
 }
 
 TEST(Encoding, JapaneseBothWays) {
@@ -150,7 +175,9 @@ TEST(Encoding, LossyConversionKeepsWhatACharacterIsMadeOf) {
             "At ete, fin... \"a\" 'b' - OEuvre 1/2 ? ss e");
   EXPECT_FALSE(encodeText("é", kAsciiEncoding, false));
   EXPECT_EQ(encodeText("“é”", kLatin1Encoding, true), "\"\xE9\"");
-  EXPECT_EQ(encodeText("é日", kMacRomanEncoding, true), "\x8E" "?");
+  EXPECT_EQ(encodeText("é日", kMacRomanEncoding, true),
+            "\x8E"
+            "?");
   EXPECT_EQ(encodeText("a\xFF", kAsciiEncoding, true), "a?");
   EXPECT_EQ(encodeText("a\xFF", kUtf8Encoding, true), "a\xFF");
   EXPECT_FALSE(encodeText("a\xFF", kUtf8Encoding, false));
