@@ -160,7 +160,7 @@ TEST_F(TextFilesTest, FirstLinesThatAreNotEmpty) {
   const auto path = write("a.txt", "one\n\ntwo\nthree\nfour\n");
   EXPECT_EQ(readContentsTxtFirst(path, -3), "one\ntwo\nthree");
   EXPECT_EQ(readContentsTxtFirst(path, -9), "one\ntwo\nthree\nfour");
-  EXPECT_EQ(readContentsTxtFirst(path, INT64_MIN + 1), "one\ntwo\nthree\nfour");
+  EXPECT_EQ(readContentsTxtFirst(path, INT64_MIN), "one\ntwo\nthree\nfour");
   const auto longLines = write("b.txt", std::string(3000, 'x') + "\nsecond\n");
   EXPECT_EQ(readContentsTxtFirst(longLines, -2), std::string(2048, 'x'));
 }

@@ -85,11 +85,11 @@ std::string firstLines(const std::string& text, std::int64_t count) {
   return joined;
 }
 
-/// How many bytes are asked for. More than any file has is enough.
-std::int64_t bytesToRead(std::int64_t count) {
-  constexpr std::int64_t kMostLines = INT64_MAX / kBytesPerLine;
-  std::int64_t bytes = count;
-  if (count < 0) bytes = count < -kMostLines ? INT64_MAX : -count * kBytesPerLine;
+/// How many bytes `lines` lines, or where there are none `characters` characters, ask for. More than any file has is
+/// enough.
+std::int64_t bytesToRead(std::int64_t lines, std::int64_t characters) {
+  if (lines > INT64_MAX / kBytesPerLine) return INT64_MAX;
+  const std::int64_t bytes = lines > 0 ? lines * kBytesPerLine : characters;
   return bytes < kFewestBytes ? kBytesForFewer : bytes;
 }
 
@@ -137,19 +137,21 @@ OptionalText convertFromEncoding(const OptionalText& path, EncodingNumber encodi
 
 OptionalText readContentsTxtFirst(const OptionalText& path, std::int64_t count) {
   if (!path || !testPresenceCocoa(*path)) return std::nullopt;
-  std::int64_t bytes = bytesToRead(count);
+  // The smallest number has no positive counterpart.
+  const std::int64_t lines = count < 0 ? -std::max(count, -INT64_MAX) : 0;
+  std::int64_t bytes = bytesToRead(lines, count);
   const double size = poidsFile(path, "o");
   // Intended: the last byte of a short file is left out.
   if (size < static_cast<double>(bytes)) bytes = std::max<std::int64_t>(static_cast<std::int64_t>(size) - 1, 0);
   logVerbose("readContentsTxtFirst: read…");
   const auto start = readStart(platform::expandingTilde(*path), static_cast<std::size_t>(bytes));
   OptionalText text = start ? platform::decodeText(*start, platform::kAsciiEncoding) : std::nullopt;
-  if (count < 0) {
-    logVerbose("readContentsTxtFirst: {} line(s) pre : '{}'", -count, text.value_or("(null)"));
-    if (text) text = firstLines(*text, -count);
+  if (lines > 0) {
+    logVerbose("readContentsTxtFirst: {} line(s) pre : '{}'", lines, text.value_or("(null)"));
+    if (text) text = firstLines(*text, lines);
   }
   if (isVerbose()) {
-    const std::string amount = count < 0 ? platform::format("{} line(s)", -count) : platform::format("{} chars", bytes);
+    const std::string amount = lines > 0 ? platform::format("{} line(s)", lines) : platform::format("{} chars", bytes);
     log("readContentsTxtFirst: {}: '{}'", amount, text.value_or("(null)"));
   }
   return text;
