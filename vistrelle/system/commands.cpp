@@ -209,7 +209,7 @@ bool isStringSafeForTask(const OptionalText& text) {
   std::string withoutBackslashes = *text;
   std::erase(withoutBackslashes, '\\');
   if (compared == withoutBackslashes) return true;
-  logVerbose("isStringSafe4TaskWit:-( '{}' > '{}'", *text, *echoed);
+  logVerbose("isStringSafe4TaskWit:-( '{}' > '{}'", *text, compared);
   return false;
 }
 

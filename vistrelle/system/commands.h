@@ -16,9 +16,8 @@
 ///     call it, or `taskWithStr` with a list, for texts from an untrusted source; `taskArray` is the operation for
 ///     them.
 ///   - `taskLaunchNoWait` runs its text with /bin/sh, everything in it is interpreted.
-///   - `readContentsTxtViaCat` hands a path to the shell in double quotes with everything special escaped: nothing in
-///   it
-///     is interpreted.
+///   - `readContentsTxtViaCat` hands a path to the shell in double quotes with everything special escaped: nothing of
+///     it is interpreted.
 /// All of them but `taskLaunchNoWait` block the caller. Exit statuses are not examined. Any thread may call, but two
 /// calls of `taskWithStr` at once share the work folder.
 namespace vistrelle {
