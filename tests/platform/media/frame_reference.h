@@ -137,7 +137,10 @@ class LinearDecode {
         continue;
       }
       if (status < 0) break;
-      if (packet->stream_index == stream_->index && avcodec_send_packet(decoder_, packet) >= 0) takeFrames();
+      if (packet->stream_index == stream_->index) {
+        if (packet->size > 0) dts_.push_back(packet->dts);
+        if (avcodec_send_packet(decoder_, packet) >= 0) takeFrames();
+      }
       av_packet_unref(packet);
     }
     av_packet_free(&packet);
@@ -174,6 +177,13 @@ class LinearDecode {
     const bool startsLate = !hasNoTimes && !pts_.empty() && pts_[0] != AV_NOPTS_VALUE;
     const platform::MediaTime first = startsLate ? timeOf(pts_[0]) : platform::MediaTime::zero();
     for (std::size_t i = 0; i < pts_.size(); ++i) {
+      if (name == "avi") {
+        // Where no frame is reordered libavformat states the times; otherwise the frames take the places of the chunks
+        // that hold something, in presentation order.
+        const std::int64_t place = distinct.contains(AV_NOPTS_VALUE) && i < dts_.size() ? dts_[i] : pts_[i];
+        reference_.frames[i].time = platform::MediaTime::make(place * tb.num, tb.den);
+        continue;
+      }
       reference_.frames[i].time =
           reference_.counted ? first + platform::MediaTime::make(static_cast<std::int64_t>(i) * rate.den, rate.num)
                              : timeOf(pts_[i]);
@@ -184,6 +194,7 @@ class LinearDecode {
   AVStream* stream_ = nullptr;
   AVCodecContext* decoder_ = nullptr;
   std::vector<std::int64_t> pts_;
+  std::vector<std::int64_t> dts_;  // of the packets that hold something
   Reference reference_;
 };
 
