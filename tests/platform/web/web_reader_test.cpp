@@ -13,12 +13,13 @@ namespace {
 using testing::LoopbackServer;
 using testing::ScratchFolder;
 
+constexpr const char* kTimeout = "Timeout was reached";
+
 class WebReaderTest : public ::testing::Test {
  protected:
   static WebLimits quick() {
     WebLimits limits;
     limits.time = std::chrono::milliseconds(500);
-    limits.bytes = 100'000;
     return limits;
   }
   std::optional<std::string> read(const std::string& path, const WebLimits& limits = {}) {
@@ -56,14 +57,18 @@ TEST_F(WebReaderTest, StatusOfAnErrorIsAnError) {
 }
 
 TEST_F(WebReaderTest, EndlessBodyIsCutOff) {
-  EXPECT_FALSE(read("/endless", quick()));
-  EXPECT_FALSE(read("/declared-long", quick()));
+  WebLimits small;
+  small.bytes = 100'000;
+  // The size ends it, not the time.
+  EXPECT_FALSE(read("/endless", small));
+  EXPECT_NE(error_, kTimeout);
+  EXPECT_FALSE(read("/declared-long", small));
+  EXPECT_NE(error_, kTimeout);
 }
 
 TEST_F(WebReaderTest, SlowBodyIsGivenUp) {
-  const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(read("/slow", quick()));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(error_, kTimeout);
 }
 
 TEST_F(WebReaderTest, BodyThatEndsEarlyIsAnError) {
