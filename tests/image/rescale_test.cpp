@@ -155,14 +155,25 @@ TEST(Modes, TransparentDestinationsKeepTheBarsClear) {
 
 TEST(Modes, SizesAreTruncatedInSinglePrecision) {
   const RecordingLog log(true);
-  // 1000 / (333 / 111.0f) is 333.33; 100 / (100 / 3.0f) comes back as 3 exactly.
+  // 1000 / (333 / 111.0f) is 333.33.
   const auto fitted = fitCanvas(whitePicture(1000, 333), 500, 111, false, 72);
   EXPECT_EQ(fitted->width(), 333);
   EXPECT_EQ(fitted->height(), 111);
-  const float factor = 1000.0F / 7;
-  const auto narrow = fitCanvas(whitePicture(1000, 640), 7, 100, false, 72);
-  EXPECT_EQ(narrow->width(), static_cast<int>(1000.0F / factor));
-  EXPECT_EQ(narrow->height(), static_cast<int>(640.0F / factor));
+  // In double precision 1920 / (1920 / 100) is 100; in single precision 19.2 is a little more and 99 is left.
+  const auto square = fitCanvas(frame1080(), 100, 100, false, 72);
+  EXPECT_EQ(square->width(), 99);
+  EXPECT_EQ(square->height(), 56);
+  // 1920 / 58 is a little less than in double precision: 58 and not 57.
+  EXPECT_EQ(fitCanvas(frame1080(), 58, 100, false, 72)->width(), 58);
+}
+
+TEST(CropFill, TheCropIsWorkedOutInSinglePrecision) {
+  const RecordingLog log(true);
+  // Double precision would show 1920 and 1919 columns.
+  EXPECT_TRUE(cropFill(frame1080(), 43, 20, false, 72));
+  EXPECT_TRUE(log.has("dstOffset=0:-2 (dst=43*20) -> srcOffset=0:-89 (src=1919*893)"));
+  EXPECT_TRUE(cropFill(frame1080(), 44, 20, false, 72));
+  EXPECT_TRUE(log.has("dstOffset=0:-2 (dst=44*20) -> srcOffset=0:-87 (src=1920*873)"));
 }
 
 TEST(CropFill, OddRestsAreHalvedTowardZero) {
