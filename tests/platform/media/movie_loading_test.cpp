@@ -137,6 +137,17 @@ TEST(MovieLoading, ManyMoviesLoadAtOnce) {
   }
 }
 
+TEST(MovieLoading, ALoadedMovieStandsARequestThatNobodyWaitsFor) {
+  const auto asset = platform::mediaLibrary().get()->openAsset(dataFile("v1.mp4"), {});
+  for (int request = 0; request < 3; ++request) {
+    asset->loadValuesAsynchronously({}, {});
+    const auto ended = std::make_shared<Signal>();
+    asset->loadValuesAsynchronously({}, [ended] { ended->set(); });
+    ASSERT_TRUE(ended->waitReal(kLong));
+  }
+  EXPECT_TRUE(asset->isPlayable());
+}
+
 TEST(MovieLoading, ATrackOutlivesItsMovie) {
   std::shared_ptr<platform::Track> track;
   {

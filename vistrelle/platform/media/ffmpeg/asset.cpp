@@ -103,6 +103,7 @@ std::string UrlAsset::description() const {
 
 void UrlAsset::loadValuesAsynchronously(std::span<const std::string>, std::function<void()> completion) {
   // All facts come from one look at the movie, whichever are asked for.
+  bool hasEnded = true;
   {
     const std::lock_guard lock(state_->mutex);
     if (state_->phase == LoadState::Phase::loading) {
@@ -112,10 +113,10 @@ void UrlAsset::loadValuesAsynchronously(std::span<const std::string>, std::funct
     if (state_->phase == LoadState::Phase::notStarted) {
       state_->waiting.push_back(std::move(completion));
       state_->phase = LoadState::Phase::loading;
-      completion = nullptr;
+      hasEnded = false;
     }
   }
-  if (completion) return callElsewhere({std::move(completion)});
+  if (hasEnded) return callElsewhere({std::move(completion)});
   runDetached([state = state_, name = name_] { state->load(name); });
 }
 
