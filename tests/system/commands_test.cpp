@@ -404,12 +404,13 @@ TEST_F(StringSafetyVerboseTest, UnsafeTextIsShownWithItsEcho) {
 
 TEST_F(LaunchTest, ShellIsStartedAndNotWaitedFor) {
   const std::string mark = file("mark");
-  // The command cannot end before the call has returned: it waits for the file that is written afterwards.
-  const std::string line = "while [ ! -e '" + file("go") + "' ]; do sleep 0.01; done; echo done > '" + mark +
-                           ".new'; mv '" + mark + ".new' '" + mark + "'";
+  // The command cannot end before the call has returned: it waits for the file that is removed afterwards.
+  const std::string held = write("held", "");
+  const std::string line = "while [ -e '" + held + "' ]; do sleep 0.01; done; echo done > '" + mark + ".new'; mv '" +
+                           mark + ".new' '" + mark + "'";
   taskLaunchNoWait(line);
   EXPECT_FALSE(fs::exists(mark));
-  write("go", "");
+  fs::remove(held);
   for (int i = 0; i < 1000 && !fs::exists(mark); ++i) ::usleep(20'000);
   EXPECT_EQ(testing::readFile(mark), "done\n");
   EXPECT_TRUE(log_.has("argsStr : " + line));

@@ -58,6 +58,12 @@ bool noChildRemains() {
   return !hasChildren();
 }
 
+/// A shell loop that lasts as long as the file exists: it ends with the test's folder at the latest, and by itself
+/// after twenty seconds.
+std::string whileHeld(const std::string& path) {
+  return "i=0; while [ -e '" + path + "' ] && [ $i -lt 2000 ]; do sleep 0.01; i=$((i+1)); done";
+}
+
 class Elapsed {
  public:
   double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
@@ -108,11 +114,17 @@ TEST(ProcessRunner, OutputBeyondAPipesBufferNeverHangs) {
 
 TEST(ProcessRunner, GrandchildThatKeepsThePipeIsNotWaitedFor) {
   const ScratchFolder scratch;
-  const std::string line = "while [ ! -e '" + scratch.file("go") + "' ]; do sleep 0.01; done";
-  // It would hold the pipe for ever: only the file that is written after the call ends it.
-  EXPECT_EQ(outputOf(shell("echo now; (" + line + "; echo late; echo x > '" + scratch.file("mark") + "') &")), "now\n");
-  EXPECT_FALSE(std::filesystem::exists(scratch.file("mark")));
-  scratch.write("go", "");
+  const std::string line = whileHeld(scratch.file("held"));
+  scratch.write("held", "");
+  const std::string mark = scratch.file("mark");
+  // It holds the pipe until the file is removed, which happens after the call.
+  EXPECT_EQ(outputOf(shell("echo now; (" + line + "; echo x > '" + mark + "') &")), "now\n");
+  EXPECT_FALSE(std::filesystem::exists(mark));
+  std::filesystem::remove(scratch.file("held"));
+  for (int i = 0; i < 1000 && !std::filesystem::exists(mark); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  EXPECT_TRUE(std::filesystem::exists(mark));
 }
 
 TEST(ProcessRunner, ChildThatClosesItsOutputIsWaitedFor) {
@@ -123,12 +135,11 @@ TEST(ProcessRunner, ChildThatClosesItsOutputIsWaitedFor) {
 
 TEST(ProcessRunner, PipelineToolThatGoesOnWithoutThePipeIsNotWaitedFor) {
   const ScratchFolder scratch;
-  const std::string go = scratch.file("go");
-  // It would go on for ever: only the file that is written after the call ends it.
-  const std::string waiting = "exec >/dev/null; while [ ! -e '" + go + "' ]; do sleep 0.01; done";
+  scratch.write("held", "");
+  const std::string waiting = "exec >/dev/null; " + whileHeld(scratch.file("held"));
   EXPECT_EQ(outputOf(std::vector{shell(waiting), shell("echo done")}), "done\n");
   EXPECT_TRUE(hasChildren());
-  scratch.write("go", "");
+  std::filesystem::remove(scratch.file("held"));
   EXPECT_TRUE(noChildRemains());
 }
 
@@ -224,11 +235,11 @@ TEST(ProcessRunner, WorksWithoutStandardStreams) {
 
 TEST(ProcessRunner, LaunchDoesNotWaitAndLeavesNoZombie) {
   const ScratchFolder scratch;
-  const std::string go = scratch.file("go");
+  scratch.write("held", "");
   EXPECT_TRUE(spawningProcessRunner()->launch(
-      shell("while [ ! -e '" + go + "' ]; do sleep 0.01; done; echo x > '" + scratch.file("mark") + "'")));
+      shell(whileHeld(scratch.file("held")) + "; echo x > '" + scratch.file("mark") + "'")));
   EXPECT_TRUE(hasChildren());
-  scratch.write("go", "");
+  std::filesystem::remove(scratch.file("held"));
   EXPECT_TRUE(noChildRemains());
   EXPECT_TRUE(std::filesystem::exists(scratch.file("mark")));
 }
