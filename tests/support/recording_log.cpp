@@ -24,7 +24,9 @@ RecordingLog::RecordingLog(bool verbose)
   setVerbose(verbose);
 }
 
-RecordingLog::~RecordingLog() { setVerbose(formerVerbose_); }
+RecordingLog::~RecordingLog() {
+  setVerbose(formerVerbose_);
+}
 
 std::vector<std::string> RecordingLog::lines() const {
   std::lock_guard lock(sink_->mutex);
@@ -36,7 +38,9 @@ std::string RecordingLog::plain() const {
   return sink_->plainText;
 }
 
-bool RecordingLog::has(const std::string& line) const { return count(line) > 0; }
+bool RecordingLog::has(const std::string& line) const {
+  return count(line) > 0;
+}
 
 int RecordingLog::count(const std::string& line) const {
   const auto all = lines();

@@ -187,9 +187,9 @@ TEST(Float2FractionStr, Examples) {
   EXPECT_EQ(float2FractionStr(-0.09F), "1:1");
   EXPECT_EQ(float2FractionStr(-1.5F), "-3:2");
   // The named ratios say nothing.
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"float2FractionStr : 37:20 (<-1.850)",
-                                                   "float2FractionStr : 239:100 (<-2.390)",
-                                                   "float2FractionStr : -3:2 (<--1.500)"}));
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"float2FractionStr : 37:20 (<-1.850)", "float2FractionStr : 239:100 (<-2.390)",
+                                      "float2FractionStr : -3:2 (<--1.500)"}));
 }
 
 TEST(Float2FractionStr, ExtremesAreDefined) {

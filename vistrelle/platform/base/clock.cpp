@@ -13,7 +13,9 @@ class SystemClock final : public Clock {
   bool wait(const Signal& signal, std::chrono::microseconds atMost) override { return signal.waitReal(atMost); }
 };
 
-std::shared_ptr<Clock> makeDefaultClock() { return std::make_shared<SystemClock>(); }
+std::shared_ptr<Clock> makeDefaultClock() {
+  return std::make_shared<SystemClock>();
+}
 
 }  // namespace
 

@@ -25,12 +25,11 @@ class FormatLiteral {
 class FormatArgument {
  public:
   using Stored = std::variant<std::string_view, std::int64_t, std::uint64_t, double>;
-  FormatArgument(std::string_view text) : stored_(text) {}                    // NOLINT(google-explicit-constructor)
+  FormatArgument(std::string_view text) : stored_(text) {}                      // NOLINT(google-explicit-constructor)
   FormatArgument(const std::string& text) : stored_(std::string_view(text)) {}  // NOLINT(google-explicit-constructor)
-  FormatArgument(const char* text) : stored_(std::string_view(text)) {}       // NOLINT(google-explicit-constructor)
+  FormatArgument(const char* text) : stored_(std::string_view(text)) {}         // NOLINT(google-explicit-constructor)
   template <typename Number>
-    requires std::is_arithmetic_v<Number>
-  FormatArgument(Number number) {  // NOLINT(google-explicit-constructor)
+  requires std::is_arithmetic_v<Number> FormatArgument(Number number) {  // NOLINT(google-explicit-constructor)
     if constexpr (std::is_floating_point_v<Number>) {
       // Not a number prints as "nan", whatever its sign bit says.
       stored_ = number != number ? std::numeric_limits<double>::quiet_NaN() : static_cast<double>(number);

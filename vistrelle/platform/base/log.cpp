@@ -86,7 +86,9 @@ class StandardErrorSink final : public LogSink {
   int logger_ = -1;
 };
 
-std::shared_ptr<LogSink> makeDefaultSink() { return std::make_shared<StandardErrorSink>(); }
+std::shared_ptr<LogSink> makeDefaultSink() {
+  return std::make_shared<StandardErrorSink>();
+}
 
 }  // namespace
 

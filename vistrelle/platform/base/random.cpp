@@ -18,7 +18,9 @@ class SeededRandom final : public Random {
   std::mt19937 engine_{std::random_device{}()};
 };
 
-std::shared_ptr<Random> makeDefaultRandom() { return std::make_shared<SeededRandom>(); }
+std::shared_ptr<Random> makeDefaultRandom() {
+  return std::make_shared<SeededRandom>();
+}
 
 }  // namespace
 

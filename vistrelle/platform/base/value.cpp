@@ -2,7 +2,9 @@
 
 namespace vistrelle::platform {
 
-bool Value::isNumber() const { return number().has_value(); }
+bool Value::isNumber() const {
+  return number().has_value();
+}
 
 std::optional<double> Value::number() const {
   if (const auto* whole = get<std::int64_t>()) return static_cast<double>(*whole);

@@ -49,8 +49,12 @@ class MediaTime {
 
 /// Order: negative infinity, numbers (exactly), positive infinity, indefinite, invalid; then by epoch first.
 std::strong_ordering compare(const MediaTime& a, const MediaTime& b);
-inline bool operator==(const MediaTime& a, const MediaTime& b) { return compare(a, b) == 0; }
-inline std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b) { return compare(a, b); }
+inline bool operator==(const MediaTime& a, const MediaTime& b) {
+  return compare(a, b) == 0;
+}
+inline std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b) {
+  return compare(a, b);
+}
 
 /// Exact sums over the least common scale; where that exceeds 32 bits the larger scale, rounded and flagged.
 /// Invalid in, invalid out; indefinite and infinities follow the usual rules (infinity - infinity is invalid).
