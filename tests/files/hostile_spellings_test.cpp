@@ -74,7 +74,7 @@ class OwnRoot {
 
   static void make(const std::string& root) {
     for (const char* folder : {"/etc", "/top", "/Volumes/Disk", "/Users/bob", "/home/bob/Movies", "/home/alice",
-                               "/media/usb", "/mnt/disk", "/run/media/bob/stick", "/work/area", "/work/links"}) {
+                               "/media/usb", "/mnt/disk", "/run/media/bob/stick", "/srv/area", "/srv/links"}) {
       fs::create_directories(root + folder);
     }
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
@@ -91,8 +91,8 @@ class OwnRoot {
   }
 
   static std::vector<std::pair<std::string, std::string>> links() {
-    return {{"/work/links/root", "/"},           {"/work/links/home", "/home"},       {"/work/links/mnt", "../../mnt"},
-            {"/work/links/volumes", "/Volumes"}, {"/work/links/media", "root/media"}, {"/work/links/users", "/Users"}};
+    return {{"/srv/links/root", "/"},           {"/srv/links/home", "/home"},       {"/srv/links/mnt", "../../mnt"},
+            {"/srv/links/volumes", "/Volumes"}, {"/srv/links/media", "root/media"}, {"/srv/links/users", "/Users"}};
   }
 
   /// Some way to name the folder that holds `components`, and what is left to name.
@@ -108,10 +108,10 @@ class OwnRoot {
                                                 "//",
                                                 "/./",
                                                 "/../",
-                                                "/work/../",
+                                                "/srv/../",
                                                 "../../",
                                                 "./../../",
-                                                "/work/links/root/",
+                                                "/srv/links/root/",
                                                 "~/../../",
                                                 "~alice/../../",
                                                 "~/Movies/../../../",
@@ -124,7 +124,7 @@ class OwnRoot {
                        [](const std::string& place) {
                          return fs::is_regular_file(place) || (fs::exists(place + "/inside") && !isBare(place));
                        }) &&
-           fs::exists("/home/bob/Movies/keep") && fs::exists("/work/area/keep");
+           fs::exists("/home/bob/Movies/keep") && fs::exists("/srv/area/keep");
   }
 
  private:
@@ -139,7 +139,7 @@ TEST_F(HostileSpellings, removeNothingInARootOfItsOwn) {
     ASSERT_TRUE(mountScratch(root.c_str(), "size=16m"));
     OwnRoot::make(root);
     ASSERT_EQ(0, ::chroot(root.c_str()));
-    ASSERT_EQ(0, ::chdir("/work/area"));
+    ASSERT_EQ(0, ::chdir("/srv/area"));
     ::setenv("HOME", "/home/bob", 1);
     const OwnRoot own;
     ASSERT_TRUE(own.isWhole());
@@ -154,23 +154,23 @@ TEST_F(HostileSpellings, removeNothingInARootOfItsOwn) {
       rmCocoa(path);
       ASSERT_TRUE(own.isWhole()) << "removed: " << path;
     }
-    for (const char* path : {"/", "//", "/.", "/..", "/work/..", "~/../..", "/work/links/root/", "/work/links/root/.",
+    for (const char* path : {"/", "//", "/.", "/..", "/srv/..", "~/../..", "/srv/links/root/", "/srv/links/root/.",
                              "..", "../..", "~", "~/", "~/.", "~root", "~root/", "~alice", "~alice/."}) {
       EXPECT_FALSE(rmCocoa(path)) << path;
-      ASSERT_TRUE(own.isWhole() && fs::exists("/work/links/root")) << path;
+      ASSERT_TRUE(own.isWhole() && fs::exists("/srv/links/root")) << path;
     }
     EXPECT_TRUE(desktop->recycled.empty());
     // The same spellings of an ordinary place do remove it, so that the test above can fail.
     for (int count = 0; count < 500; ++count) {
-      fs::create_directories("/work/area/victim/inside");
-      Components components{"work", "area", "victim"};
+      fs::create_directories("/srv/area/victim/inside");
+      Components components{"srv", "area", "victim"};
       const std::string start = OwnRoot::start(speller, components);
-      fs::create_directories("/work/inside");
-      fs::create_directories("/work/area/inside");
+      fs::create_directories("/srv/inside");
+      fs::create_directories("/srv/area/inside");
       const std::string path = speller.spell(start, components, "inside");
       if (path.starts_with("/ZRK")) continue;  // there is no such folder to go up from
       EXPECT_TRUE(rmCocoa(path)) << path;
-      ASSERT_FALSE(fs::exists("/work/area/victim")) << path;
+      ASSERT_FALSE(fs::exists("/srv/area/victim")) << path;
     }
   }));
 }
