@@ -15,8 +15,9 @@ MediaTime timeOf(std::uint64_t value, std::uint32_t scale) {
 }
 
 MediaTime signedTimeOf(std::int64_t value, std::uint32_t scale) {
-  return value >= 0 ? timeOf(static_cast<std::uint64_t>(value), scale)
-                    : MediaTime::zero() - timeOf(static_cast<std::uint64_t>(-value), scale);
+  // Negated as an unsigned number: the lowest value has no positive counterpart.
+  const auto magnitude = static_cast<std::uint64_t>(value);
+  return value >= 0 ? timeOf(magnitude, scale) : MediaTime::zero() - timeOf(0 - magnitude, scale);
 }
 
 TimeRange between(const MediaTime& start, const MediaTime& end) {
