@@ -17,6 +17,30 @@ namespace vistrelle::platform {
 
 enum class MediaType { video, audio, subtitle, text, closedCaption, timecode, metadata, other };
 
+/// Width and height in pixels, not rounded.
+struct Size {
+  double width = 0;
+  double height = 0;
+  bool operator==(const Size&) const = default;
+};
+
+/// A rectangle in pixels; the origin is the top left corner.
+struct Rect {
+  double x = 0;
+  double y = 0;
+  double width = 0;
+  double height = 0;
+  bool operator==(const Rect&) const = default;
+};
+
+/// What a track's samples are coded in.
+struct FormatDescription {
+  std::string code;         ///< four characters as the movie stores them, blanks included
+  std::int32_t width = 0;   ///< encoded pixels; 0 when not video
+  std::int32_t height = 0;  ///< encoded pixels; 0 when not video
+  Rect cleanAperture;       ///< of encoded pixels; the whole picture where the movie states none
+};
+
 /// Which pixels of a frame a picture shows, and in which shape. All modes turn with the display transform.
 enum class ApertureMode {
   cleanAperture,       ///< cropped to the clean aperture, square pixels (the default)
@@ -53,6 +77,12 @@ class Track : public Opaque {
   /// The number the container gives it, from 1; unique in its movie.
   virtual std::int32_t trackId() const = 0;
   virtual MediaType mediaType() const = 0;
+  /// Its four-character media type ("vide", "soun", "text", "tmcd" ...); absent when unknown.
+  virtual OptionalText mediaTypeCode() const;
+  /// In the order of the movie; empty when it states none.
+  virtual std::vector<FormatDescription> formatDescriptions() const { return {}; }
+  /// The presentation size before rotation; zero when it has no pictures.
+  virtual Size naturalSize() const { return {}; }
   virtual bool isEnabled() const = 0;
   /// What its samples cover on the movie's timeline. Start or duration are invalid (their seconds are not a number)
   /// only when the track has no sample.
@@ -66,6 +96,16 @@ class Track : public Opaque {
   /// Delivers this track's pictures; nothing when none can ever come from it.
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() const { return nullptr; }
 };
+
+/// What a movie says about itself, grouped as hosts ask for it.
+struct MovieMetadata {
+  List common;          ///< one dictionary an entry, keys in docs/information.md
+  List formats;         ///< texts: the kinds of metadata that are present
+  List chapterLocales;  ///< texts: languages of the chapter titles
+  OptionalText lyrics;
+};
+
+class AssetReader;
 
 enum class AssetKind { urlAsset, composition, other };
 
@@ -88,6 +128,11 @@ class Asset : public Opaque {
   virtual bool hasProtectedContent() const = 0;
   /// Nothing when no picture can ever come from it (no video track).
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() = 0;
+  /// The natural size of its first video track; zero without one.
+  virtual Size naturalSize() const;
+  virtual MovieMetadata metadata() const { return {}; }
+  /// Reads samples as stored. Nothing with an error text when the movie cannot be read again.
+  virtual std::unique_ptr<AssetReader> makeReader(std::string* error);
 };
 
 struct OpenOptions {
