@@ -120,6 +120,15 @@ void UrlAsset::loadValuesAsynchronously(std::span<const std::string>, std::funct
   runDetached([state = state_, name = name_] { state->load(name); });
 }
 
+void UrlAsset::loadNow() {
+  {
+    const std::lock_guard lock(state_->mutex);
+    if (state_->phase != LoadState::Phase::notStarted) return;
+    state_->phase = LoadState::Phase::loading;
+  }
+  state_->load(name_);
+}
+
 void UrlAsset::cancelLoading() {
   state_->cancel();
 }

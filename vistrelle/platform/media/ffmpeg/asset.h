@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "vistrelle/platform/media/asset.h"
-#include "vistrelle/platform/media/ffmpeg/file_io.h"
+#include "vistrelle/platform/media/ffmpeg/input_file.h"
 
 namespace vistrelle::platform {
 
@@ -19,6 +19,8 @@ class UrlAsset : public Asset {
   ~UrlAsset() override;
 
   std::string description() const override;
+  /// Loads on the calling thread; at once when that has been done or is going on elsewhere.
+  void loadNow();
   AssetKind kind() const override { return AssetKind::urlAsset; }
   void loadValuesAsynchronously(std::span<const std::string> keys, std::function<void()> completion) override;
   void cancelLoading() override;

@@ -13,6 +13,8 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
+#include "vistrelle/platform/media/ffmpeg/waiting_room.h"
+
 namespace vistrelle::platform {
 
 namespace {
@@ -25,12 +27,15 @@ std::size_t sizeOf(const AVFrame& frame) {
   return size < 0 ? 0 : static_cast<std::size_t>(size);
 }
 
-UniqueFd openUnnamedFile() {
-  std::error_code error;
-  const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
-  if (error) return UniqueFd();
-  return UniqueFd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-}
+class TemporaryRooms : public WaitingRooms {
+ public:
+  UniqueFd open() override {
+    std::error_code error;
+    const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
+    if (error) return UniqueFd();
+    return UniqueFd(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  }
+};
 
 bool writeWhole(int descriptor, const std::vector<std::uint8_t>& bytes, std::int64_t offset) {
   for (std::size_t done = 0; done < bytes.size();) {
@@ -84,6 +89,11 @@ bool mapInto(AVFrame& frame, int descriptor, std::int64_t offset, std::size_t by
 
 }  // namespace
 
+Seam<WaitingRooms>& waitingRooms() {
+  static Seam<WaitingRooms> seam([]() -> std::shared_ptr<WaitingRooms> { return std::make_shared<TemporaryRooms>(); });
+  return seam;
+}
+
 void FrameStore::keep(const std::shared_ptr<const Frame>& frame) {
   if (entries_.contains(frame->place)) return;
   Entry entry;
@@ -100,7 +110,7 @@ void FrameStore::keep(const std::shared_ptr<const Frame>& frame) {
 
 bool FrameStore::spill(Entry& entry) {
   if (fileFailed_) return false;
-  if (!file_) file_ = std::make_unique<UniqueFd>(openUnnamedFile());
+  if (!file_) file_ = std::make_unique<UniqueFd>(waitingRooms().get()->open());
   const AVFrame& picture = *entry.frame->picture;
   std::vector<std::uint8_t> bytes(entry.bytes);
   auto light = std::make_shared<Frame>(*entry.frame);
