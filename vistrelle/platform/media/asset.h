@@ -12,6 +12,7 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/imaging/picture.h"
 #include "vistrelle/platform/media/media_time.h"
+#include "vistrelle/platform/media/track_details.h"
 
 namespace vistrelle::platform {
 
@@ -93,6 +94,8 @@ class Track : public Opaque {
   virtual bool isDecodable() const = 0;
   /// Whether its samples are encrypted or otherwise protected.
   virtual bool isProtected() const { return false; }
+  /// May decode its first frame; where the header cannot be true also all others.
+  virtual TrackDetails details() const { return {}; }
   /// Delivers this track's pictures; nothing when none can ever come from it.
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() const { return nullptr; }
 };
