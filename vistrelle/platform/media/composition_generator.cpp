@@ -8,6 +8,10 @@
 namespace vistrelle::platform {
 namespace {
 
+bool isScaled(const Segment& segment) {
+  return segment.source.duration != segment.target.duration;
+}
+
 class CompositionGenerator : public ImageGenerator {
  public:
   explicit CompositionGenerator(std::vector<Segment> segments) : segments_(std::move(segments)) {}
@@ -57,7 +61,8 @@ std::optional<CompositionGenerator::Place> CompositionGenerator::placeOf(const M
   for (const Segment& segment : segments_) {
     if (segment.target.contains(time)) {
       if (!segment.track) return std::nullopt;
-      return Place{&segment, segment.source.start + (time - segment.target.start)};
+      const MediaTime within = scaled(time - segment.target.start, segment.source.duration, segment.target.duration);
+      return Place{&segment, segment.source.start + within};
     }
     if (!segment.track) continue;
     if (first == nullptr) first = &segment;
@@ -99,9 +104,16 @@ FrameResult CompositionGenerator::copyFrame(const MediaTime& time) {
   FrameResult result;
   if (place->source < end) result = generator.copyFrame(place->source);
   // At the end of a piece the source may show a frame that no longer belongs to it.
-  if (place->source >= end || (result.picture && result.actualTime >= end)) result = lastFrameBefore(generator, end);
+  if (place->source >= end || (result.picture && result.actualTime >= end)) {
+    result = lastFrameBefore(generator, end);
+  } else if (isScaled(segment) && result.picture && result.actualTime > place->source) {
+    // Half a tick of the source may be many of the composition: here the frame that begins there is still to come.
+    const FrameResult before = lastFrameBefore(generator, result.actualTime);
+    if (before.picture) result = before;
+  }
   if (!result.picture) return result;
-  const MediaTime shown = segment.target.start + (result.actualTime - segment.source.start);
+  const MediaTime within = result.actualTime - segment.source.start;
+  const MediaTime shown = segment.target.start + scaled(within, segment.target.duration, segment.source.duration);
   result.actualTime = std::max(shown, segment.target.start);
   return result;
 }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <limits>
 #include <numeric>
+#include <optional>
+#include <utility>
 
 #include "vistrelle/platform/base/format.h"
 
@@ -62,6 +64,24 @@ MediaTime negated(const MediaTime& time) {
   }
 }
 
+Wide magnitude(Wide value) {
+  return value < 0 ? -value : value;
+}
+
+Wide greatestCommonDivisor(Wide a, Wide b) {
+  a = magnitude(a);
+  b = magnitude(b);
+  while (b != 0) a = std::exchange(b, a % b);
+  return a;
+}
+
+/// dividend / divisor seconds without rounding; nothing where the least scale exceeds 32 bits. `divisor` is positive.
+std::optional<MediaTime> inLeastScale(Wide dividend, Wide divisor, std::int64_t epoch, bool rounded) {
+  const Wide common = greatestCommonDivisor(divisor, dividend);
+  if (divisor / common > std::numeric_limits<std::int32_t>::max()) return std::nullopt;
+  return numeric(dividend / common, static_cast<std::int32_t>(divisor / common), epoch, rounded);
+}
+
 /// a + sign * b. The epochs add up like the values do, so that a difference within one epoch has none.
 MediaTime combined(const MediaTime& a, const MediaTime& b, int sign) {
   const MediaTime second = sign < 0 ? negated(b) : b;
@@ -83,6 +103,7 @@ MediaTime combined(const MediaTime& a, const MediaTime& b, int sign) {
   if (common <= std::numeric_limits<std::int32_t>::max()) {
     return numeric(sum, static_cast<std::int32_t>(common), sumEpoch, wasRounded);
   }
+  if (const std::optional<MediaTime> least = inLeastScale(sum, common, sumEpoch, wasRounded)) return *least;
   const std::int32_t scale = std::max(a.scale, b.scale);
   const Wide divisor = common / scale;
   return numeric(roundedQuotient(sum, divisor), scale, sumEpoch, wasRounded || sum % divisor != 0);
@@ -175,6 +196,35 @@ MediaTime operator+(const MediaTime& a, const MediaTime& b) {
 }
 MediaTime operator-(const MediaTime& a, const MediaTime& b) {
   return combined(a, b, -1);
+}
+
+MediaTime scaled(const MediaTime& time, const MediaTime& to, const MediaTime& from) {
+  if (!time.isNumeric() || !to.isNumeric() || !from.isNumeric() || from.value == 0) return MediaTime::invalid();
+  // time x (to.value x from.scale) / (to.scale x from.value), the fraction in its lowest terms and below zero only
+  // above the line. At most 94 bits on either side.
+  Wide dividend = Wide{to.value} * from.scale;
+  Wide divisor = Wide{from.value} * to.scale;
+  if (divisor < 0) dividend = -dividend;
+  divisor = magnitude(divisor);
+  const Wide ratio = greatestCommonDivisor(divisor, dividend);
+  dividend /= ratio;
+  divisor /= ratio;
+  const Wide whole = greatestCommonDivisor(divisor, time.value);
+  divisor /= whole;
+  const bool wasRounded = ((time.flags | to.flags | from.flags) & MediaTime::kHasBeenRounded) != 0;
+  const std::int32_t fineness = std::numeric_limits<std::int32_t>::max() / time.scale;
+  const std::int32_t finest = fineness * time.scale;
+  Wide value = 0;
+  Wide scale = 0;
+  Wide fineValue = 0;
+  if (__builtin_mul_overflow(Wide{time.value} / whole, dividend, &value) ||
+      __builtin_mul_overflow(divisor, Wide{time.scale}, &scale) ||
+      __builtin_mul_overflow(value, Wide{fineness}, &fineValue)) {
+    return MediaTime::makeWithSeconds(time.seconds() * (to.seconds() / from.seconds()), finest);
+  }
+  if (divisor == 1) return numeric(value, time.scale, time.epoch, wasRounded);
+  if (const std::optional<MediaTime> least = inLeastScale(value, scale, time.epoch, wasRounded)) return *least;
+  return numeric(roundedQuotient(fineValue, divisor), finest, time.epoch, true);
 }
 
 std::string TimeRange::description() const {

@@ -56,10 +56,16 @@ inline std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b) 
   return compare(a, b);
 }
 
-/// Exact sums over the least common scale; where that exceeds 32 bits the larger scale, rounded and flagged.
+/// Exact sums over the least common scale, or where that exceeds 32 bits over the least scale that holds the sum; where
+/// that exceeds them too the larger of the two scales, rounded and flagged.
 /// Invalid in, invalid out; indefinite and infinities follow the usual rules (infinity - infinity is invalid).
 MediaTime operator+(const MediaTime& a, const MediaTime& b);
 MediaTime operator-(const MediaTime& a, const MediaTime& b);
+
+/// `time` x `to` / `from`: over the scale of `time` where that holds it, else over the least scale that does. Where
+/// that exceeds 32 bits it is rounded to nearest over the greatest multiple of the scale of `time` that fits, and
+/// flagged. Invalid unless all are numbers and `from` is not zero. Exact while the terms together stay below 127 bits.
+MediaTime scaled(const MediaTime& time, const MediaTime& to, const MediaTime& from);
 
 /// A stretch of time [start, start + duration).
 struct TimeRange {
