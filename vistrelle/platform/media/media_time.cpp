@@ -103,10 +103,13 @@ MediaTime combined(const MediaTime& a, const MediaTime& b, int sign) {
   if (common <= std::numeric_limits<std::int32_t>::max()) {
     return numeric(sum, static_cast<std::int32_t>(common), sumEpoch, wasRounded);
   }
-  if (const std::optional<MediaTime> least = inLeastScale(sum, common, sumEpoch, wasRounded)) return *least;
   const std::int32_t scale = std::max(a.scale, b.scale);
   const Wide divisor = common / scale;
-  return numeric(roundedQuotient(sum, divisor), scale, sumEpoch, wasRounded || sum % divisor != 0);
+  const bool isInexact = sum % divisor != 0;
+  if (isInexact) {
+    if (const std::optional<MediaTime> least = inLeastScale(sum, common, sumEpoch, wasRounded)) return *least;
+  }
+  return numeric(roundedQuotient(sum, divisor), scale, sumEpoch, wasRounded || isInexact);
 }
 
 }  // namespace

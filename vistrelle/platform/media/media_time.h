@@ -56,8 +56,8 @@ inline std::strong_ordering operator<=>(const MediaTime& a, const MediaTime& b) 
   return compare(a, b);
 }
 
-/// Exact sums over the least common scale, or where that exceeds 32 bits over the least scale that holds the sum; where
-/// that exceeds them too the larger of the two scales, rounded and flagged.
+/// Exact sums over the least common scale. Where that exceeds 32 bits: over the larger of the two scales when it holds
+/// the sum, else over the least scale that does, else over the larger one, rounded and flagged.
 /// Invalid in, invalid out; indefinite and infinities follow the usual rules (infinity - infinity is invalid).
 MediaTime operator+(const MediaTime& a, const MediaTime& b);
 MediaTime operator-(const MediaTime& a, const MediaTime& b);
