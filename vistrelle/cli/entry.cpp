@@ -109,7 +109,7 @@ int bannerPrint() {
 }
 
 int stderrPrint(const std::string& text) {
-  platform::plain("{}", text);
+  platform::logSink().get()->plain(text);
   return 1;
 }
 

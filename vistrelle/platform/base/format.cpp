@@ -5,7 +5,7 @@
 
 namespace vistrelle::platform {
 
-std::string formatText(FormatLiteral format, std::initializer_list<FormatArgument> arguments) {
+std::string formatText(FormatLiteral format, std::span<const FormatArgument> arguments) {
   fmt::dynamic_format_arg_store<fmt::format_context> store;
   for (const FormatArgument& argument : arguments) {
     std::visit(

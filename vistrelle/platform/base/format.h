@@ -47,11 +47,12 @@ class FormatArgument {
 
 /// The text of `format` (fmt's replacement fields: "{}", "{:.3f}", "{:02}") with its arguments. Numbers print the
 /// same in every locale; a boolean prints as 1 or 0. A format that does not fit its arguments yields the bare format.
-std::string formatText(FormatLiteral format, std::initializer_list<FormatArgument> arguments);
+std::string formatText(FormatLiteral format, std::span<const FormatArgument> arguments);
 
 template <typename... Arguments>
 std::string format(FormatLiteral literal, const Arguments&... arguments) {
-  return formatText(literal, {FormatArgument(arguments)...});
+  const std::initializer_list<FormatArgument> list{FormatArgument(arguments)...};
+  return formatText(literal, std::span(list.begin(), list.size()));
 }
 
 }  // namespace vistrelle::platform

@@ -9,7 +9,12 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <deque>
 #include <string>
+#include <variant>
+#include <vector>
+
+#include "vistrelle/platform/base/visible_text.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -60,6 +65,7 @@ class StandardErrorSink final : public LogSink {
   }
 
   void plain(std::string_view text) override { writeAll(STDERR_FILENO, text); }
+  bool showsToTerminal() const override { return ::isatty(STDERR_FILENO) == 1; }
 
  private:
   void openLogger() {
@@ -91,6 +97,17 @@ std::shared_ptr<LogSink> makeDefaultSink() {
 }
 
 }  // namespace
+
+std::string textFor(const LogSink& sink, FormatLiteral literal, std::initializer_list<FormatArgument> arguments) {
+  if (!sink.showsToTerminal()) return formatText(literal, std::span(arguments.begin(), arguments.size()));
+  std::deque<std::string> visible;  // its elements stay where they are
+  std::vector<FormatArgument> shown;
+  for (const FormatArgument& argument : arguments) {
+    const auto* text = std::get_if<std::string_view>(&argument.stored());
+    shown.push_back(text == nullptr ? argument : FormatArgument(visible.emplace_back(visibleText(*text))));
+  }
+  return formatText(literal, shown);
+}
 
 Seam<LogSink>& logSink() {
   // Never destroyed: threads may still log while the process ends.

@@ -77,7 +77,7 @@ class TerminalPresenter final : public AlertPresenter {
   TerminalPresenter(const AlertContent& content, std::shared_ptr<AlertState> state)
       : content_(content), positions_(positionsByNumber(content)), state_(std::move(state)) {
     const std::string text = alertText(content_);
-    plain("{}", text);
+    logSink().get()->plain(text);
     if (terminal_.isForeground() && ::isatty(STDERR_FILENO) == 0) terminal_.write(text);
     if (terminal_.isOpen()) thread_ = startListener([this] { listen(); });
     if (!thread_.joinable()) state_->lose();
