@@ -12,6 +12,7 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/imaging/picture.h"
 #include "vistrelle/platform/media/media_time.h"
+#include "vistrelle/platform/media/movie_metadata.h"
 #include "vistrelle/platform/media/track_details.h"
 
 namespace vistrelle::platform {
@@ -100,14 +101,6 @@ class Track : public Opaque {
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() const { return nullptr; }
 };
 
-/// What a movie says about itself, grouped as hosts ask for it.
-struct MovieMetadata {
-  List common;          ///< one dictionary an entry, keys in docs/information.md
-  List formats;         ///< texts: the kinds of metadata that are present
-  List chapterLocales;  ///< texts: languages of the chapter titles
-  OptionalText lyrics;
-};
-
 class AssetReader;
 
 enum class AssetKind { urlAsset, composition, other };
@@ -133,6 +126,8 @@ class Asset : public Opaque {
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() = 0;
   /// The natural size of its first video track; zero without one.
   virtual Size naturalSize() const;
+  /// As the movie's header states, whatever its samples say; invalid when it states none.
+  virtual MediaTime headerDuration() const { return MediaTime::invalid(); }
   virtual MovieMetadata metadata() const { return {}; }
   /// Reads samples as stored. Nothing with an error text when the movie cannot be read again.
   virtual std::unique_ptr<AssetReader> makeReader(std::string* error);

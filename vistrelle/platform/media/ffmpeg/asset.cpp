@@ -8,6 +8,7 @@
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/media/ffmpeg/movie_sample_reader.h"
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
 #include "vistrelle/platform/media/ffmpeg/movie_track.h"
 
@@ -160,14 +161,38 @@ bool UrlAsset::hasProtectedContent() const {
   return false;
 }
 
+std::shared_ptr<MovieSource> UrlAsset::source() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->source;
+}
+
 std::unique_ptr<ImageGenerator> UrlAsset::makeImageGenerator() {
-  std::shared_ptr<MovieSource> source;
-  {
-    const std::lock_guard lock(state_->mutex);
-    source = state_->source;
-  }
-  const int stream = source ? source->pictureStream() : -1;
-  return stream < 0 ? nullptr : MovieTrack(source, stream).makeImageGenerator();
+  const std::shared_ptr<MovieSource> movie = source();
+  const int stream = movie ? movie->pictureStream() : -1;
+  return stream < 0 ? nullptr : MovieTrack(movie, stream).makeImageGenerator();
+}
+
+Size UrlAsset::naturalSize() const {
+  const std::shared_ptr<MovieSource> movie = source();
+  const int stream = movie ? movie->pictureStream() : -1;
+  return stream < 0 ? Size{} : MovieTrack(movie, stream).naturalSize();
+}
+
+MovieMetadata UrlAsset::metadata() const {
+  const std::shared_ptr<MovieSource> movie = source();
+  return movie ? movie->metadata() : MovieMetadata{};
+}
+
+MediaTime UrlAsset::headerDuration() const {
+  const std::shared_ptr<MovieSource> movie = source();
+  return movie ? movie->headerDuration() : MediaTime::invalid();
+}
+
+std::unique_ptr<AssetReader> UrlAsset::makeReader(std::string* error) {
+  std::shared_ptr<MovieSource> movie = source();
+  if (movie) return makeSampleReader(std::move(movie));
+  if (error != nullptr) *error = "the movie has not been loaded";
+  return nullptr;
 }
 
 std::shared_ptr<Asset> FfmpegMediaLibrary::openAsset(const std::string& path, const OpenOptions&) {

@@ -9,6 +9,8 @@
 
 namespace vistrelle::platform {
 
+class MovieSource;
+
 /// A movie in a file. Loads on a thread of its own, which shares nothing but LoadState with the asset: an asset may
 /// be dropped, also from its own completion, while a read is stalled.
 class UrlAsset : public Asset {
@@ -29,9 +31,16 @@ class UrlAsset : public Asset {
   bool isPlayable() const override;
   bool hasProtectedContent() const override;
   std::unique_ptr<ImageGenerator> makeImageGenerator() override;
+  /// Of the track that pictures come from.
+  Size naturalSize() const override;
+  MovieMetadata metadata() const override;
+  MediaTime headerDuration() const override;
+  std::unique_ptr<AssetReader> makeReader(std::string* error) override;
 
  private:
   struct LoadState;
+  std::shared_ptr<MovieSource> source() const;
+
   std::shared_ptr<LoadState> state_;
   std::string name_;
 };

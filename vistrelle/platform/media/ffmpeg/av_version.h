@@ -61,11 +61,25 @@ inline std::span<const std::uint8_t> streamSideData(const AVStream& stream, AVPa
 #endif
 }
 
+#ifdef AV_PROFILE_UNKNOWN
+constexpr int kUnknownProfile = AV_PROFILE_UNKNOWN;
+#else
+constexpr int kUnknownProfile = FF_PROFILE_UNKNOWN;
+#endif
+
 inline int channelCount(const AVCodecParameters& parameters) {
 #if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(59, 24, 100)
   return parameters.ch_layout.nb_channels;
 #else
   return parameters.channels;
+#endif
+}
+
+inline int channelCount(const AVFrame& frame) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(59, 24, 100)
+  return frame.ch_layout.nb_channels;
+#else
+  return frame.channels;
 #endif
 }
 

@@ -6,8 +6,10 @@
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ffmpeg/decoder_check.h"
 #include "vistrelle/platform/media/ffmpeg/mov_facts.h"
+#include "vistrelle/platform/media/ffmpeg/movie_metadata_facts.h"
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 #include "vistrelle/platform/media/ffmpeg/protection.h"
+#include "vistrelle/platform/media/ffmpeg/track_shape.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -59,6 +61,7 @@ std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
   };
   if (!listStreams()) return fail(AVERROR(ENOMEM));
   if (source_->isMovFamily_) readMovHeader();
+  noteStreams();
   if (!hasSampleFacts_ && !usePacketFacts()) return fail(AVERROR_EXIT);
   checkProtection();
   checkDecoders();
@@ -110,8 +113,9 @@ void MovieReader::useMovFacts(const mov::MovieHeader& header) {
     stream.isProtected = track->isProtected;
     stream.range = rangeOf(*track, header);
     stream.frameRate = stream.type == MediaType::video ? frameRateOf(*track) : 0;
-    stream.cleanAperture = track->cleanAperture;
-    stream.pixelAspect = track->pixelAspect;
+    const TrackShape shape = shapeOf(*track);
+    stream.cleanAperture = shape.cleanAperture;
+    stream.pixelAspect = shape.pixelAspect;
     if (hasUnreachableData(*track)) {
       stream.isDecodable = false;
       log("movie reference     :-( refused '{}' (track {})",
@@ -189,6 +193,17 @@ void MovieReader::checkDecoders() {
     // Without its key an encrypted track has no decoder.
     facts.isDecodable = facts.isDecodable && !facts.isProtected && decoderOpens(*facts.parameters);
   }
+}
+
+void MovieReader::noteStreams() {
+  const Demuxer& demuxer = *source_->first_;
+  for (StreamFacts& facts : source_->streams_) {
+    const mov::Track* track = header_ ? trackOf(*header_, demuxer, facts.index) : nullptr;
+    facts.notes =
+        noteStream(*demuxer.context(), *demuxer.stream(facts.index), facts.type, track, demuxer.hasStreamInfo());
+  }
+  source_->metadata_ = header_ ? std::move(header_->metadata) : metadataOf(*demuxer.context(), *source_->bytes_);
+  source_->headerDuration_ = header_ ? durationOf(*header_) : durationOf(*demuxer.context());
 }
 
 void MovieReader::measureDuration() {

@@ -27,6 +27,7 @@ class MovieReader {
   void checkDecoders();
   void checkProtection();
   void measureDuration();
+  void noteStreams();
 
   std::shared_ptr<MovieSource> source_;
   std::optional<mov::MovieHeader> header_;

@@ -49,6 +49,10 @@ std::unique_ptr<Demuxer> MovieSource::makeDemuxer(std::string* error) {
     const std::lock_guard lock(mutex_);
     if (first_) return std::move(first_);
   }
+  return openDemuxer(error);
+}
+
+std::unique_ptr<Demuxer> MovieSource::openDemuxer(std::string* error) {
   std::unique_ptr<Demuxer> demuxer = Demuxer::open(bytes_, interrupt_, true, error);
   // The bytes may have changed under us; stream numbers must still mean the same.
   if (demuxer && demuxer->streamCount() < static_cast<int>(streams_.size())) {
@@ -56,6 +60,21 @@ std::unique_ptr<Demuxer> MovieSource::makeDemuxer(std::string* error) {
     return nullptr;
   }
   return demuxer;
+}
+
+std::shared_ptr<const FirstFrame> MovieSource::firstFrame(int streamIndex) {
+  const std::lock_guard lock(frameMutex_);
+  const auto known = firstFrames_.find(streamIndex);
+  if (known != firstFrames_.end()) return known->second;
+  const StreamFacts& facts = streams_[static_cast<std::size_t>(streamIndex)];
+  std::shared_ptr<const FirstFrame> frame;
+  if (facts.isDecodable && !facts.isProtected) {
+    // A demuxer of its own: the one that the facts were read with is kept for the pictures.
+    const std::unique_ptr<Demuxer> demuxer = openDemuxer(nullptr);
+    if (demuxer) frame = readFirstFrame(*demuxer, streamIndex, *facts.parameters);
+  }
+  firstFrames_.emplace(streamIndex, frame);
+  return frame;
 }
 
 }  // namespace vistrelle::platform

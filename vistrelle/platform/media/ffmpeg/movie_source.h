@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -11,6 +12,8 @@
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 #include "vistrelle/platform/media/ffmpeg/file_io.h"
+#include "vistrelle/platform/media/ffmpeg/first_frame.h"
+#include "vistrelle/platform/media/ffmpeg/stream_notes.h"
 #include "vistrelle/platform/media/mov/movie_header.h"
 
 namespace vistrelle::platform {
@@ -29,6 +32,7 @@ struct StreamFacts {
   std::optional<mov::CleanAperture> cleanAperture;  ///< as stored (ISO/IEC 14496-12, 12.1.4)
   std::optional<mov::PixelAspect> pixelAspect;      ///< as stored
   AvPtr<AVCodecParameters> parameters;              ///< complete; use these for decoders, not a later Demuxer's
+  StreamNotes notes;
 };
 
 /// An opened movie: its bytes and facts. Immutable once opened; any thread. Knows no path.
@@ -53,6 +57,13 @@ class MovieSource {
 
   /// A reading from the start of the movie. The first call gets the one that the facts were read with.
   std::unique_ptr<Demuxer> makeDemuxer(std::string* error);
+  /// The same, never the one that the facts were read with.
+  std::unique_ptr<Demuxer> openDemuxer(std::string* error);
+  /// The first frame of a stream, decoded once; empty when none comes out.
+  std::shared_ptr<const FirstFrame> firstFrame(int streamIndex);
+  const MovieMetadata& metadata() const { return metadata_; }
+  /// By the movie's header; invalid when it states none.
+  MediaTime headerDuration() const { return headerDuration_; }
   const std::shared_ptr<Interrupt>& interrupt() const { return interrupt_; }
 
  private:
@@ -68,6 +79,10 @@ class MovieSource {
   MediaTime duration_;
   std::mutex mutex_;
   std::unique_ptr<Demuxer> first_;
+  MovieMetadata metadata_;
+  MediaTime headerDuration_;
+  std::mutex frameMutex_;
+  std::map<int, std::shared_ptr<const FirstFrame>> firstFrames_;
 };
 
 }  // namespace vistrelle::platform

@@ -2,6 +2,8 @@
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/media/ffmpeg/frame_generator.h"
+#include "vistrelle/platform/media/ffmpeg/stream_details.h"
+#include "vistrelle/platform/media/ffmpeg/track_shape.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -31,6 +33,32 @@ const char* nameOf(MediaType type) {
 
 std::string MovieTrack::description() const {
   return format("<Track: {}, {}{}>", trackId(), nameOf(mediaType()), isEnabled() ? "" : ", disabled");
+}
+
+OptionalText MovieTrack::mediaTypeCode() const {
+  const std::string& stated = facts().notes.mediaTypeCode;
+  return stated.empty() ? Track::mediaTypeCode() : stated;
+}
+
+Size MovieTrack::naturalSize() const {
+  const StreamFacts& stream = facts();
+  if (stream.type != MediaType::video) return {};
+  int width = stream.parameters->width;
+  int height = stream.parameters->height;
+  AVRational aspect = stream.notes.pixelAspect;
+  if (aspect.num <= 0 && !stream.notes.isLookedInto) {
+    if (const std::shared_ptr<const FirstFrame> first = source_->firstFrame(streamIndex_)) {
+      aspect = first->frame->sample_aspect_ratio;
+      width = first->frame->width;
+      height = first->frame->height;
+    }
+  }
+  if (width <= 0 || height <= 0) return {};
+  return presentationSize(cleanRect(stream.cleanAperture, width, height), aspect);
+}
+
+TrackDetails MovieTrack::details() const {
+  return detailsOf(*source_, streamIndex_);
 }
 
 std::unique_ptr<ImageGenerator> MovieTrack::makeImageGenerator() const {

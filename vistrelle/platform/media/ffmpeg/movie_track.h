@@ -17,6 +17,12 @@ class MovieTrack : public Track {
   std::string description() const override;
   std::int32_t trackId() const override { return facts().trackId; }
   MediaType mediaType() const override { return facts().type; }
+  OptionalText mediaTypeCode() const override;
+  std::vector<FormatDescription> formatDescriptions() const override { return facts().notes.descriptions; }
+  /// The size of its pictures in the clean aperture mode before rotation. Decodes the first frame where neither the
+  /// container nor libavformat's look at the stream says which shape its pixels have.
+  Size naturalSize() const override;
+  TrackDetails details() const override;
   bool isEnabled() const override { return facts().isEnabled; }
   TimeRange timeRange() const override { return facts().range; }
   float nominalFrameRate() const override { return facts().frameRate; }

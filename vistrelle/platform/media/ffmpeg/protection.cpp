@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
+#include "vistrelle/platform/media/ffmpeg/ebml.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -54,41 +54,12 @@ bool isScrambledTransportStream(InputBytes& bytes) {
   return false;
 }
 
-/// RFC 8794: an element's identifier with its length marker, and its size; an unknown size reaches to the end.
-struct Element {
-  std::uint32_t id = 0;
-  std::size_t content = 0;
-  std::size_t end = 0;
-};
-
-std::optional<Element> elementAt(std::span<const std::uint8_t> bytes, std::size_t at, std::size_t limit) {
-  if (at >= limit || bytes[at] < 0x10) return std::nullopt;
-  const auto lengthOf = [](std::uint8_t first) { return static_cast<std::size_t>(std::countl_zero(first)) + 1; };
-  const std::size_t idLength = lengthOf(bytes[at]);
-  if (at + idLength >= limit) return std::nullopt;
-  Element element;
-  for (std::size_t i = 0; i < idLength; ++i) element.id = element.id << 8 | bytes[at + i];
-  at += idLength;
-  const std::size_t sizeLength = lengthOf(bytes[at]);
-  if (sizeLength > 8 || at + sizeLength > limit) return std::nullopt;
-  std::uint64_t size = bytes[at] & (0xffU >> sizeLength);
-  bool isUnknown = size == (0xffU >> sizeLength);
-  for (std::size_t i = 1; i < sizeLength; ++i) {
-    size = size << 8 | bytes[at + i];
-    isUnknown = isUnknown && bytes[at + i] == 0xff;
-  }
-  element.content = at + sizeLength;
-  const std::size_t room = limit - element.content;
-  element.end = isUnknown || size > room ? limit : element.content + static_cast<std::size_t>(size);
-  return element;
-}
-
 // RFC 9559, 5.1: the way from the segment to a track's encryption.
 constexpr std::array<std::uint32_t, 6> kWayToEncryption = {0x18538067, 0x1654ae6b, 0xae, 0x6d80, 0x6240, 0x5035};
 
 bool hasEncryption(std::span<const std::uint8_t> bytes, std::size_t at, std::size_t limit, std::size_t depth) {
   constexpr std::uint32_t kCluster = 0x1f43b675;
-  while (const std::optional<Element> element = elementAt(bytes, at, limit)) {
+  while (const std::optional<EbmlElement> element = ebmlElementAt(bytes, at, limit)) {
     if (element->id == kCluster) return false;  // the tracks stand before the media
     if (element->id == kWayToEncryption[depth]) {
       if (depth + 1 == kWayToEncryption.size()) return true;

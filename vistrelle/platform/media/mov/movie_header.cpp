@@ -5,7 +5,9 @@
 #include <new>
 
 #include "vistrelle/platform/media/mov/box_reader.h"
+#include "vistrelle/platform/media/mov/metadata_reader.h"
 #include "vistrelle/platform/media/mov/track_reader.h"
+#include "vistrelle/platform/text/encoding.h"
 
 namespace vistrelle::platform::mov {
 namespace {
@@ -32,6 +34,7 @@ class FileReader {
   std::optional<std::vector<std::uint8_t>> load(const FileBox& box);
   void readMovie(std::span<const std::uint8_t> content);
   void readFragmentDefaults(std::span<const std::uint8_t> content);
+  void noteChapterLanguages();
   void readFragment(std::span<const std::uint8_t> content);
 
   std::int64_t size_;
@@ -39,6 +42,7 @@ class FileReader {
   std::int64_t loaded_ = 0;
   bool failed_ = false;
   bool hasMovie_ = false;
+  bool hasChapterList_ = false;
   MovieHeader header_;
   std::vector<OpenTrack> tracks_;
 };
@@ -118,6 +122,9 @@ void FileReader::readMovie(std::span<const std::uint8_t> content) {
       tracks_.push_back(readTrack(box->content));
     }
   }
+  header_.metadata = readMovieMetadata(content);
+  const std::optional<Box> userData = findBox(content, fourCc("udta"));
+  hasChapterList_ = userData && findBox(userData->content, fourCc("chpl"));
   if (const std::optional<Box> extends = findBox(content, fourCc("mvex"))) {
     header_.allowsFragments = true;
     readFragmentDefaults(extends->content);
@@ -130,6 +137,19 @@ void FileReader::readFragment(std::span<const std::uint8_t> content) {
   while (const std::optional<Box> box = boxes.next()) {
     if (box->type == fourCc("traf")) readTrackFragment(box->content, tracks_);
   }
+}
+
+/// Chapters are a track of texts that other tracks refer to, else a list in the user data that names no language.
+void FileReader::noteChapterLanguages() {
+  for (const OpenTrack& track : tracks_) {
+    for (const std::uint32_t id : track.facts.chapterTracks) {
+      for (const OpenTrack& chapters : tracks_) {
+        const bool isText = chapters.facts.handler != fourCc("vide");  // pictures of chapters have no language
+        if (chapters.facts.id == id && isText) addChapterLocale(header_.metadata, chapters.facts.language);
+      }
+    }
+  }
+  if (hasChapterList_ && header_.metadata.chapterLocales.empty()) addChapterLocale(header_.metadata, {});
 }
 
 std::optional<MovieHeader> FileReader::read() {
@@ -148,6 +168,7 @@ std::optional<MovieHeader> FileReader::read() {
     offset = box->end;
   }
   if (failed_ || !hasMovie_) return std::nullopt;
+  noteChapterLanguages();
   for (OpenTrack& track : tracks_) {
     track.facts.samples = track.span.facts();
     header_.isProtected = header_.isProtected || track.facts.isProtected;
@@ -157,6 +178,12 @@ std::optional<MovieHeader> FileReader::read() {
 }
 
 }  // namespace
+
+std::string textOf(FourCc code) {
+  std::string text;
+  for (const int shift : {24, 16, 8, 0}) text += static_cast<char>(code >> shift & 0xff);
+  return decodeText(text, kMacRomanEncoding).value_or(text);
+}
 
 std::optional<MovieHeader> readMovieHeader(std::int64_t size, const ReadAt& readAt) {
   try {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "vistrelle/platform/media/movie_metadata.h"
+
 /// The header of an ISO base media file (ISO/IEC 14496-12, "14496-12" below) or a QuickTime movie, read by ourselves:
 /// what libavformat does not pass on, and what the samples say where headers contradict them.
 namespace vistrelle::platform::mov {
@@ -18,6 +20,9 @@ constexpr FourCc fourCc(const char (&text)[5]) {
   const auto byte = [&text](int i) { return static_cast<FourCc>(static_cast<unsigned char>(text[i])); };
   return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
+
+/// The code as text. Bytes beyond ASCII are characters of Mac Roman, in which such codes have been written.
+std::string textOf(FourCc code);
 
 /// A fraction as stored; a denominator of 0 is possible in damaged files and never in what the reader gives out.
 struct Fraction {
@@ -37,6 +42,28 @@ struct CleanAperture {
 struct PixelAspect {
   std::uint32_t horizontal = 1;
   std::uint32_t vertical = 1;
+};
+
+/// One entry of 'stsd' (14496-12, 8.5.2).
+struct SampleEntry {
+  FourCc type = 0;
+  std::uint16_t width = 0;   ///< of the stored picture; 0 when the track is not video
+  std::uint16_t height = 0;  ///< of the stored picture; 0 when the track is not video
+  std::optional<CleanAperture> cleanAperture;
+  std::optional<PixelAspect> pixelAspect;
+};
+
+/// Width and height in pixels, stored as 16.16.
+struct FixedSize {
+  double width = 0;
+  double height = 0;
+};
+
+/// QuickTime File Format, "Track aperture mode dimensions": the sizes of a track's pictures in its three modes.
+struct TrackApertures {
+  FixedSize clean;       ///< 'clef'
+  FixedSize production;  ///< 'prof'
+  FixedSize encoded;     ///< 'enof'
 };
 
 /// 14496-12, 8.6.6. An empty edit has a media time of -1.
@@ -59,6 +86,7 @@ struct SampleFacts {
   std::uint64_t duration = 0;          ///< of all samples together, track time scale
   std::int64_t firstPresentation = 0;  ///< earliest presentation time, before edits
   std::int64_t endOfPresentation = 0;  ///< latest end of a sample, before edits
+  std::uint32_t sampleDuration = 0;    ///< of every sample but the last; 0 where they differ
 };
 
 struct Track {
@@ -67,10 +95,15 @@ struct Track {
   FourCc handler = 0;
   std::uint32_t timeScale = 0;
   std::uint64_t headerDuration = 0;  ///< of mdhd, track time scale
+  std::string language;              ///< of mdhd, or the extended language where there is one (8.4.6); may be empty
+  FixedSize size;                    ///< of tkhd
   FourCc sampleEntry = 0;            ///< of the first sample description, as stored
-  bool isProtected = false;          ///< encv, enca, drmi, drms or a protection scheme in any sample description
+  std::vector<SampleEntry> sampleEntries;
+  bool isProtected = false;  ///< encv, enca, drmi, drms or a protection scheme in any sample description
   std::optional<CleanAperture> cleanAperture;
   std::optional<PixelAspect> pixelAspect;
+  std::optional<TrackApertures> apertures;
+  std::vector<std::uint32_t> chapterTracks;  ///< numbers of the tracks that hold its chapters ('chap' reference)
   std::vector<Edit> edits;
   std::vector<DataReference> dataReferences;
   std::uint16_t dataReferenceIndex = 1;  ///< of the first sample description, from 1
@@ -84,6 +117,7 @@ struct MovieHeader {
   std::uint32_t fragmentCount = 0;
   bool isProtected = false;  ///< protection stated for the whole movie or any track
   std::vector<Track> tracks;
+  MovieMetadata metadata;
 };
 
 /// Reads up to buffer.size() bytes at an offset; how many came, negative on error or interrupt.

@@ -10,6 +10,7 @@ constexpr std::size_t kVisualBytes = 70;         // 14496-12, 12.1.3
 constexpr std::size_t kSoundBytes = 20;          // 14496-12, 12.2.3
 constexpr std::size_t kSoundVersion1Bytes = 16;  // added by version 1 of QuickTime's sound description
 constexpr std::size_t kSoundVersion2Bytes = 36;  // and by version 2
+constexpr std::size_t kMaxEntries = 256;
 
 bool isProtectedType(FourCc type) {
   return type == fourCc("encv") || type == fourCc("enca") || type == fourCc("drmi") || type == fourCc("drms");
@@ -46,35 +47,52 @@ bool isMeaningful(const CleanAperture& aperture) {
   return aperture.width.numerator > 0 && aperture.height.numerator > 0;
 }
 
-void readCleanAperture(std::span<const std::uint8_t> content, Track& track) {
+std::optional<CleanAperture> readCleanAperture(std::span<const std::uint8_t> content) {
   Cursor cursor(content);
   CleanAperture aperture;
   aperture.width = readFraction(cursor);
   aperture.height = readFraction(cursor);
   aperture.horizontalOffset = readFraction(cursor);
   aperture.verticalOffset = readFraction(cursor);
-  if (cursor.isGood() && isMeaningful(aperture)) track.cleanAperture = aperture;
+  if (!cursor.isGood() || !isMeaningful(aperture)) return std::nullopt;
+  return aperture;
 }
 
-void readPixelAspect(std::span<const std::uint8_t> content, Track& track) {
+std::optional<PixelAspect> readPixelAspect(std::span<const std::uint8_t> content) {
   Cursor cursor(content);
   PixelAspect aspect;
   aspect.horizontal = cursor.u32();
   aspect.vertical = cursor.u32();
-  if (cursor.isGood() && aspect.horizontal > 0 && aspect.vertical > 0) track.pixelAspect = aspect;
+  if (!cursor.isGood() || aspect.horizontal == 0 || aspect.vertical == 0) return std::nullopt;
+  return aspect;
 }
 
-void readFirstEntry(const Box& entry, Track& track) {
-  track.sampleEntry = entry.type;
-  Cursor cursor(entry.content);
+SampleEntry readEntry(const Box& box, FourCc handler) {
+  SampleEntry entry;
+  entry.type = box.type;
+  if (handler == fourCc("vide")) {
+    Cursor cursor(box.content);  // 14496-12, 12.1.3
+    cursor.skip(kCommonBytes + 16);
+    entry.width = cursor.u16();
+    entry.height = cursor.u16();
+  }
+  BoxList children(childrenOf(box.content, handler));
+  while (const std::optional<Box> child = children.next()) {
+    if (child->type == fourCc("clap")) entry.cleanAperture = readCleanAperture(child->content);
+    if (child->type == fourCc("pasp")) entry.pixelAspect = readPixelAspect(child->content);
+  }
+  return entry;
+}
+
+void useFirstEntry(const Box& box, Track& track) {
+  const SampleEntry& first = track.sampleEntries.front();
+  track.sampleEntry = first.type;
+  track.cleanAperture = first.cleanAperture;
+  track.pixelAspect = first.pixelAspect;
+  Cursor cursor(box.content);
   cursor.skip(6);
   const std::uint16_t reference = cursor.u16();
   if (cursor.isGood()) track.dataReferenceIndex = reference;
-  BoxList children(childrenOf(entry.content, track.handler));
-  while (const std::optional<Box> child = children.next()) {
-    if (child->type == fourCc("clap")) readCleanAperture(child->content, track);
-    if (child->type == fourCc("pasp")) readPixelAspect(child->content, track);
-  }
 }
 
 }  // namespace
@@ -84,10 +102,11 @@ void readSampleDescriptions(std::span<const std::uint8_t> content, Track& track)
   readFullBoxHeader(cursor);
   cursor.skip(4);  // the entry count; the box's length decides
   BoxList entries(cursor.bytes(cursor.remaining()));
-  bool first = true;
   while (const std::optional<Box> entry = entries.next()) {
-    if (first) readFirstEntry(*entry, track);
-    first = false;
+    if (track.sampleEntries.size() < kMaxEntries) {
+      track.sampleEntries.push_back(readEntry(*entry, track.handler));
+      if (track.sampleEntries.size() == 1) useFirstEntry(*entry, track);
+    }
     // A protection scheme (14496-12, 8.12.1) makes any entry a protected one, whatever its own type says.
     if (isProtectedType(entry->type) || findBox(childrenOf(entry->content, track.handler), fourCc("sinf"))) {
       track.isProtected = true;

@@ -22,6 +22,7 @@ std::uint64_t limitedProduct(std::uint64_t a, std::uint64_t b) {
 
 void SampleSpan::add(std::uint64_t count, std::uint32_t duration, std::int64_t compositionOffset) {
   if (count == 0) return;
+  noteDuration(count, duration);
   const std::int64_t first = static_cast<std::int64_t>(decodeTime_) + compositionOffset;
   const std::uint64_t covered = limitedProduct(count, duration);
   count_ = limitedSum(count_, count);
@@ -36,8 +37,22 @@ void SampleSpan::moveTo(std::uint64_t decodeTime) {
   decodeTime_ = std::min(decodeTime, kLimit);
 }
 
+void SampleSpan::noteDuration(std::uint64_t count, std::uint32_t duration) {
+  // The last sample so far is kept back: it may be the last of all, whose own length does not count.
+  if (count_ > 0) {
+    if (usualDuration_ == 0) usualDuration_ = lastDuration_;
+    varies_ = varies_ || lastDuration_ != usualDuration_;
+  }
+  if (count > 1) {
+    if (usualDuration_ == 0) usualDuration_ = duration;
+    varies_ = varies_ || duration != usualDuration_;
+  }
+  lastDuration_ = duration;
+}
+
 SampleFacts SampleSpan::facts() const {
-  return {count_, duration_, first_.value_or(0), end_};
+  const std::uint32_t usual = usualDuration_ > 0 ? usualDuration_ : lastDuration_;
+  return {count_, duration_, first_.value_or(0), end_, varies_ ? 0 : usual};
 }
 
 }  // namespace vistrelle::platform::mov

@@ -17,11 +17,16 @@ class SampleSpan {
   SampleFacts facts() const;
 
  private:
+  void noteDuration(std::uint64_t count, std::uint32_t duration);
+
   std::uint64_t count_ = 0;
   std::uint64_t duration_ = 0;
   std::uint64_t decodeTime_ = 0;
   std::optional<std::int64_t> first_;
   std::int64_t end_ = 0;
+  std::uint32_t usualDuration_ = 0;  // of the samples before the last run
+  std::uint32_t lastDuration_ = 0;
+  bool varies_ = false;
 };
 
 }  // namespace vistrelle::platform::mov

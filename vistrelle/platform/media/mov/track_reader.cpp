@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vistrelle/platform/media/mov/language.h"
 #include "vistrelle/platform/media/mov/sample_description.h"
 
 namespace vistrelle::platform::mov {
@@ -87,12 +88,48 @@ void readSampleTables(std::span<const std::uint8_t> tables, OpenTrack& track) {
   }
 }
 
+FixedSize readFixedSize(Cursor& cursor) {
+  constexpr double kOne = 65536;
+  const std::uint32_t width = cursor.u32();
+  const std::uint32_t height = cursor.u32();
+  return {width / kOne, height / kOne};
+}
+
 void readTrackHeader(std::span<const std::uint8_t> content, Track& track) {
   Cursor cursor(content);  // 14496-12, 8.3.2
   const FullBoxHeader header = readFullBoxHeader(cursor);
   track.isEnabled = (header.flags & 1) != 0;
   cursor.skip(header.version == 1 ? 16 : 8);
   track.id = cursor.u32();
+  cursor.skip((header.version == 1 ? 12 : 8) + 16 + 36);  // duration, layer to volume, matrix
+  const FixedSize size = readFixedSize(cursor);
+  if (cursor.isGood()) track.size = size;
+}
+
+/// QuickTime File Format, "Track aperture mode dimensions": the three come together or mean nothing.
+std::optional<TrackApertures> readApertures(std::span<const std::uint8_t> content) {
+  const auto sizeIn = [content](FourCc type) {
+    const std::optional<Box> box = findBox(content, type);
+    Cursor cursor(box ? box->content : std::span<const std::uint8_t>{});
+    readFullBoxHeader(cursor);
+    const FixedSize size = readFixedSize(cursor);
+    return cursor.isGood() ? size : FixedSize{};
+  };
+  const TrackApertures apertures{sizeIn(fourCc("clef")), sizeIn(fourCc("prof")), sizeIn(fourCc("enof"))};
+  for (const FixedSize& size : {apertures.clean, apertures.production, apertures.encoded}) {
+    if (size.width < 1 || size.height < 1) return std::nullopt;
+  }
+  return apertures;
+}
+
+void readReferences(std::span<const std::uint8_t> content, Track& track) {
+  constexpr std::size_t kMaxChapterTracks = 100;
+  const std::optional<Box> chapters = findBox(content, fourCc("chap"));  // 14496-12, 8.3.3
+  if (!chapters) return;
+  Cursor cursor(chapters->content);
+  while (cursor.remaining() >= 4 && track.chapterTracks.size() < kMaxChapterTracks) {
+    track.chapterTracks.push_back(cursor.u32());
+  }
 }
 
 void readMediaHeader(std::span<const std::uint8_t> content, Track& track) {
@@ -101,6 +138,18 @@ void readMediaHeader(std::span<const std::uint8_t> content, Track& track) {
   cursor.skip(header.version == 1 ? 16 : 8);
   track.timeScale = cursor.u32();
   track.headerDuration = cursor.sized(header.version == 1);
+  const std::uint16_t language = cursor.u16();
+  if (cursor.isGood()) track.language = languageText(language);
+}
+
+/// 14496-12, 8.4.6: a BCP 47 tag.
+void readExtendedLanguage(std::span<const std::uint8_t> content, Track& track) {
+  constexpr std::size_t kLongestTag = 64;
+  Cursor cursor(content);
+  readFullBoxHeader(cursor);
+  const std::span<const std::uint8_t> text = cursor.bytes(std::min(cursor.remaining(), kLongestTag));
+  const std::string tag(text.begin(), std::find(text.begin(), text.end(), 0));
+  if (!tag.empty()) track.language = tag;
 }
 
 void readHandler(std::span<const std::uint8_t> content, Track& track) {
@@ -162,6 +211,7 @@ void readMedia(std::span<const std::uint8_t> content, OpenTrack& track) {
   // The handler decides how sample descriptions are read and may stand behind them.
   if (const auto box = findBox(content, fourCc("mdhd"))) readMediaHeader(box->content, track.facts);
   if (const auto box = findBox(content, fourCc("hdlr"))) readHandler(box->content, track.facts);
+  if (const auto box = findBox(content, fourCc("elng"))) readExtendedLanguage(box->content, track.facts);
   if (const auto box = findBox(content, fourCc("minf"))) readMediaInformation(box->content, track);
 }
 
@@ -195,6 +245,8 @@ OpenTrack readTrack(std::span<const std::uint8_t> content) {
   while (const std::optional<Box> box = boxes.next()) {
     if (box->type == fourCc("tkhd")) readTrackHeader(box->content, track.facts);
     if (box->type == fourCc("mdia")) readMedia(box->content, track);
+    if (box->type == fourCc("tapt")) track.facts.apertures = readApertures(box->content);
+    if (box->type == fourCc("tref")) readReferences(box->content, track.facts);
     if (box->type == fourCc("edts")) {
       if (const auto edits = findBox(box->content, fourCc("elst"))) readEdits(edits->content, track.facts);
     }

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <span>
+
+#include "vistrelle/platform/media/movie_metadata.h"
+
+namespace vistrelle::platform::mov {
+
+/// Reads what the content of a 'moov' box says of the movie: QuickTime user data and item lists ('udta'), 3GPP asset
+/// boxes, QuickTime metadata ('meta' with 'keys'). 1,000 entries and values of 1 MiB at most; others are left out.
+MovieMetadata readMovieMetadata(std::span<const std::uint8_t> movie);
+
+}  // namespace vistrelle::platform::mov
