@@ -12,6 +12,7 @@
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 #include "vistrelle/platform/media/ffmpeg/file_io.h"
+#include "vistrelle/platform/media/ffmpeg/frame_edits.h"
 #include "vistrelle/platform/media/ffmpeg/first_frame.h"
 #include "vistrelle/platform/media/ffmpeg/stream_notes.h"
 #include "vistrelle/platform/media/mov/movie_header.h"
@@ -29,6 +30,7 @@ struct StreamFacts {
   bool isDecodable = true;
   TimeRange range;  ///< on the movie's timeline; invalid times when there is no sample
   float frameRate = 0;
+  std::optional<FrameEdits> edits;                  ///< where libavformat does not apply them exactly
   std::optional<mov::CleanAperture> cleanAperture;  ///< as stored (ISO/IEC 14496-12, 12.1.4)
   std::optional<mov::PixelAspect> pixelAspect;      ///< as stored
   AvPtr<AVCodecParameters> parameters;              ///< complete; use these for decoders, not a later Demuxer's
@@ -64,7 +66,10 @@ class MovieSource {
   const MovieMetadata& metadata() const { return metadata_; }
   /// By the movie's header; invalid when it states none.
   MediaTime headerDuration() const { return headerDuration_; }
+  /// A reading whose times are those of the tracks: edit lists not applied.
+  std::unique_ptr<Demuxer> makeUneditedDemuxer(std::string* error);
   const std::shared_ptr<Interrupt>& interrupt() const { return interrupt_; }
+  const std::shared_ptr<InputBytes>& bytes() const { return bytes_; }
 
  private:
   friend class MovieReader;

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "vistrelle/platform/media/export/track_plan.h"
+
+namespace vistrelle::platform {
+
+/// A sample of a source as it stands in the track that is written. Times in that track's time scale.
+struct RunSample {
+  std::size_t index = 0;      ///< among the source's samples
+  std::uint32_t skipped = 0;  ///< of the alike samples that it stands for, those before the first one taken
+  std::uint32_t count = 1;    ///< and how many are taken
+  std::int64_t decodeTime = 0;
+  std::int64_t presentation = 0;
+};
+
+/// Samples of one source in decoding order that begin with one a decoder can begin with.
+struct SampleRun {
+  const SourceTrack* source = nullptr;
+  std::vector<RunSample> samples;
+  std::int64_t end = 0;  ///< decoding time of what follows
+};
+
+/// Chooses the samples of a track and their times.
+///
+/// Pictures: a piece begins with the sync sample that lets the frame on screen at its start be decoded; edits hide what
+/// comes before. That frame is given the time of the cut, for many readers show no frame that began before an edit
+/// does. And readers that take the first shown sample's decoding time for the edit's beginning must come out right for
+/// every edit: so the distance from there to the cut is the same in all pieces of a track.
+class RunBuilder {
+ public:
+  RunBuilder(std::int64_t timeScale, const std::vector<Piece>& pieces) : scale_(timeScale), pieces_(pieces) {}
+  std::vector<SampleRun> build();
+  /// Where each piece begins in the media that was built; -1 for empty ones.
+  const std::vector<std::int64_t>& mediaTimes() const { return mediaTimes_; }
+
+ private:
+  /// What a piece needs of its source: samples, and times counted from the decoding time of the first of them.
+  struct Need {
+    std::size_t first = 0;
+    std::size_t last = 0;
+    std::size_t onScreen = 0;      ///< pictures: the sample on screen at the cut
+    std::size_t firstDecoded = 0;  ///< pictures: the first one in decoding order that is shown
+    std::int64_t start = 0;        ///< the cut
+  };
+  struct Run {
+    SampleRun run;
+    Ratio factor;              ///< from the source's ticks to the track's
+    std::int64_t origin = 0;   ///< the source's decoding time that is the run's zero
+    std::int64_t trimmed = 0;  ///< length in the source's ticks of a run that was cut to its piece
+    std::int64_t early = 0;    ///< where such a run's piece begins
+    std::int64_t shownTo = 0;  ///< the latest end of the pieces that use it
+    std::int64_t base = 0;
+  };
+  struct Use {
+    std::size_t run = 0;
+    std::int64_t start = 0;
+  };
+
+  Need pictureNeed(const Piece& piece) const;
+  Need soundNeed(const Piece& piece) const;
+  void addPicture(const Piece& piece, const Need& need, std::int64_t delay);
+  void addSound(const Piece& piece);
+  void addTrimmed(const Piece& piece);
+  bool reuse(const Piece& piece, const Need& need, std::int64_t delay);
+  void extend(Run& run, std::size_t last) const;
+  Run makeRun(const Piece& piece, std::size_t first) const;
+  std::int64_t naturalDelay(const Piece& piece, const Need& need) const;
+  Ratio factorOf(const Piece& piece) const;
+  std::int64_t ticksOf(const Piece& piece, std::int64_t sourceTicks, std::int64_t origin) const;
+  std::int64_t cutOf(const Piece& piece, std::int64_t origin) const;
+  void layOut();
+
+  std::int64_t scale_;
+  const std::vector<Piece>& pieces_;
+  std::vector<Run> runs_;
+  std::vector<Use> uses_;
+  std::vector<std::int64_t> mediaTimes_;
+};
+
+}  // namespace vistrelle::platform
