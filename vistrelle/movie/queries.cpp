@@ -83,6 +83,16 @@ std::optional<TrackList> movieTrackTypes(const Movie& movie, std::int64_t type) 
   return unlessEmpty(std::move(*tracks));
 }
 
+TrackList visualTracks(const Movie& movie) {
+  TrackList tracks = movieTracks(movie).value_or(TrackList());
+  std::erase_if(tracks, [](const auto& track) {
+    const MediaType type = track->mediaType();
+    return type != MediaType::video && type != MediaType::subtitle && type != MediaType::text &&
+           type != MediaType::closedCaption;
+  });
+  return tracks;
+}
+
 double movieDuration(const std::shared_ptr<const platform::Opaque>& someMovie) {
   if (!someMovie) return 0.0;
   log("avUtils movieDurati…- begin");

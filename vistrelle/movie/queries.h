@@ -26,6 +26,9 @@ std::optional<TrackList> movieTracks(const Movie& movie);
 /// The tracks of one media type number; nothing when there are none.
 std::optional<TrackList> movieTrackTypes(const Movie& movie, std::int64_t type);
 
+/// Tracks that show something: video, and every kind of writing.
+TrackList visualTracks(const Movie& movie);
+
 /// The tracks as a log line shows them.
 std::string tracksDescription(const TrackList& tracks);
 

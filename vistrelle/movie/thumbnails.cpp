@@ -21,7 +21,6 @@ namespace {
 
 using platform::ImageGenerator;
 using platform::MediaTime;
-using platform::MediaType;
 using platform::OptionalText;
 using platform::TimeRange;
 
@@ -52,17 +51,6 @@ bool hasMpegName(const std::string& path) {
                          [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
   constexpr std::array<std::string_view, 3> kRefused{"mpg", "mpeg", "mod"};
   return std::ranges::find(kRefused, extension) != kRefused.end();
-}
-
-/// Tracks that show something: video, and every kind of writing.
-TrackList visualTracks(const Movie& movie) {
-  TrackList tracks = movieTracks(movie).value_or(TrackList());
-  std::erase_if(tracks, [](const auto& track) {
-    const MediaType type = track->mediaType();
-    return type != MediaType::video && type != MediaType::subtitle && type != MediaType::text &&
-           type != MediaType::closedCaption;
-  });
-  return tracks;
 }
 
 std::size_t countOf(const std::optional<TrackList>& tracks) {
