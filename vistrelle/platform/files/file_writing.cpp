@@ -58,19 +58,6 @@ int writeRegular(int file, Bytes bytes, off_t formerSize) {
   return ::ftruncate(file, size) == 0 ? 0 : errno;
 }
 
-/// A link chain followed by its texts to the place where the file is, or would be made.
-std::string behindLinks(std::string path) {
-  constexpr int maximumLinks = 40;  // as the kernel
-  for (int links = 0; links < maximumLinks; ++links) {
-    std::string target(4096, '\0');
-    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
-    if (length < 0) break;
-    target.resize(static_cast<std::size_t>(length));
-    path = target.starts_with('/') ? target : appendingPathComponent(deletingLastPathComponent(path), target);
-  }
-  return path;
-}
-
 /// Removes the file that was made for a write that failed, if the path still leads to it.
 void takeBack(const std::string& path, const struct stat& made) {
   const FilePlace place = placeOf(behindLinks(path));
@@ -83,6 +70,18 @@ void takeBack(const std::string& path, const struct stat& made) {
 }
 
 }  // namespace
+
+std::string behindLinks(std::string path) {
+  constexpr int maximumLinks = 40;  // as the kernel
+  for (int links = 0; links < maximumLinks; ++links) {
+    std::string target(4096, '\0');
+    const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+    if (length < 0) break;
+    target.resize(static_cast<std::size_t>(length));
+    path = target.starts_with('/') ? target : appendingPathComponent(deletingLastPathComponent(path), target);
+  }
+  return path;
+}
 
 int writeFileInPlace(const std::string& path, Bytes bytes) {
   if (path.find('\0') != std::string::npos) return EINVAL;

@@ -3,6 +3,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <memory>
@@ -186,6 +187,27 @@ std::string fileUrlText(std::string_view path) {
     }
   }
   return text;
+}
+
+std::string pathOfFileUrl(std::string_view url) {
+  static constexpr std::string_view scheme = "file://";
+  static constexpr std::string_view localHost = "localhost/";
+  if (!url.starts_with(scheme)) return "";
+  url.remove_prefix(scheme.size());
+  if (url.starts_with(localHost)) url.remove_prefix(localHost.size() - 1);
+  if (!url.starts_with('/')) return "";
+  std::string path;
+  for (std::size_t i = 0; i < url.size(); ++i) {
+    unsigned char byte = 0;
+    const char* digits = url.data() + i + 1;
+    if (url[i] == '%' && i + 2 < url.size() && std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2) {
+      path += static_cast<char>(byte);
+      i += 2;
+    } else {
+      path += url[i];
+    }
+  }
+  return path.find('\0') == std::string::npos ? path : "";
 }
 
 }  // namespace vistrelle::platform

@@ -42,5 +42,8 @@ std::string canonicalPath(std::string_view path);
 /// The text of the path's file URL (a relative path counts from the current folder): everything but unreserved
 /// characters and "/" percent-encoded.
 std::string fileUrlText(std::string_view path);
+/// The path that a file URL names, percent-decoded; "" for any other text, for a URL that names another host and for
+/// one that holds a zero byte.
+std::string pathOfFileUrl(std::string_view url);
 
 }  // namespace vistrelle::platform

@@ -39,6 +39,17 @@ inline bool isTopFieldFirst(const AVFrame& frame) {
 #endif
 }
 
+inline void setFields(AVFrame& frame, bool interlaced, bool topFirst) {
+#ifdef AV_FRAME_FLAG_INTERLACED
+  frame.flags &= ~(AV_FRAME_FLAG_INTERLACED | AV_FRAME_FLAG_TOP_FIELD_FIRST);
+  if (interlaced) frame.flags |= AV_FRAME_FLAG_INTERLACED;
+  if (interlaced && topFirst) frame.flags |= AV_FRAME_FLAG_TOP_FIELD_FIRST;
+#else
+  frame.interlaced_frame = interlaced ? 1 : 0;
+  frame.top_field_first = interlaced && topFirst ? 1 : 0;
+#endif
+}
+
 /// How long the frame lasts by its packet, in the stream's time base; 0 when unknown.
 inline std::int64_t frameDuration(const AVFrame& frame) {
 #if LIBAVUTIL_VERSION_INT >= AV_VERSION_INT(57, 30, 100)

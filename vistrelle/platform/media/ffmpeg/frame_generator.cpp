@@ -1,51 +1,17 @@
 #include "vistrelle/platform/media/ffmpeg/frame_generator.h"
 
-#include <cstring>
 #include <optional>
 #include <vector>
 
 #include "vistrelle/platform/base/log.h"
-#include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/frame_geometry.h"
+#include "vistrelle/platform/media/ffmpeg/frame_rules.h"
 #include "vistrelle/platform/media/ffmpeg/frame_search.h"
 #include "vistrelle/platform/media/ffmpeg/frame_survey.h"
 
 namespace vistrelle::platform {
 
 namespace {
-
-AVRational frameRateOf(const StreamFacts& facts, FramePackets& packets) {
-  AVStream* stream = packets.stream();
-  // The exact fraction, where the stream has the one that the facts were rounded from.
-  for (const AVRational rate : {stream->avg_frame_rate, stream->r_frame_rate}) {
-    if (rate.num > 0 && rate.den > 0 && static_cast<float>(av_q2d(rate)) == facts.frameRate) return rate;
-  }
-  const AVRational meant = rateFromFloat(facts.frameRate);
-  return meant.num > 0 ? meant : av_guess_frame_rate(packets.demuxer()->context(), stream, nullptr);
-}
-
-FrameShape shapeOf(const StreamFacts& facts, const AVStream& stream) {
-  FrameShape shape;
-  shape.cleanAperture = facts.cleanAperture;
-  const AVCodecParameters& parameters = *facts.parameters;
-  if (facts.pixelAspect) {
-    av_reduce(&shape.pixelAspect.num, &shape.pixelAspect.den, facts.pixelAspect->horizontal,
-              facts.pixelAspect->vertical, 1 << 24);
-  } else if (stream.sample_aspect_ratio.num > 0) {
-    shape.pixelAspect = stream.sample_aspect_ratio;
-  }
-  const std::span<const std::uint8_t> matrix = streamSideData(stream, AV_PKT_DATA_DISPLAYMATRIX);
-  std::array<std::int32_t, 9> values{};
-  if (matrix.size() >= sizeof values) {
-    std::memcpy(values.data(), matrix.data(), sizeof values);
-    shape.orientation = orientationOfMatrix(values);
-  }
-  shape.colour.primaries = static_cast<std::uint8_t>(parameters.color_primaries);
-  shape.colour.transfer = static_cast<std::uint8_t>(parameters.color_trc);
-  shape.colour.matrix = static_cast<std::uint8_t>(parameters.color_space);
-  shape.colour.range = static_cast<std::uint8_t>(parameters.color_range);
-  return shape;
-}
 
 class Generator : public FrameGenerator {
  public:
@@ -68,12 +34,12 @@ class Generator : public FrameGenerator {
   FrameResult copyFrame(const MediaTime& time) override {
     std::string error;
     if (!prepare(&error)) return failure(std::move(error));
-    const std::optional<std::int64_t> place = timeline_->placeOf(time);
+    const std::optional<std::int64_t> place = placeOf(time);
     if (!place) return failure("the time is not a number");
     const std::shared_ptr<const Frame> frame = frameFor(*place, &error);
     if (const auto unneeded = plan_.consume(*place)) store_.drop(*unneeded);
     if (!frame) return failure(std::move(error));
-    return delivered(*frame);
+    return delivered(*frame, time);
   }
 
  private:
@@ -92,16 +58,9 @@ class Generator : public FrameGenerator {
       *error = packets.failure();
       return false;
     }
-    RunRules& rules = run_->rules();
     const TimesKind times = surveyTimes(*source_, streamIndex_, packets);
-    rules.isCounted = times != TimesKind::stated;
-    rules.isIntraOnly = isIntraOnly(facts.parameters->codec_id);
-    rules.decodingTimesHold = source_->isMovFamily();
-    rules.rate = frameRateOf(facts, packets);
-    rules.hasGaps = times == TimesKind::notStated && rules.rate.num > 0 &&
-                    av_cmp_q(packets.stream()->time_base, av_inv_q(rules.rate)) == 0;
-    rules.landing = landingRules(*source_, streamIndex_, packets);
-    shape_ = shapeOf(facts, *packets.stream());
+    run_->rules() = runRulesFor(*source_, streamIndex_, packets, times);
+    shape_ = frameShapeOf(facts, *packets.stream());
     search_.emplace(*run_, plan_, store_, options_.skipsNonReference);
     if (!makeTimeline(times, error)) return false;
     planAnnounced();
@@ -138,7 +97,7 @@ class Generator : public FrameGenerator {
   void planAnnounced() {
     std::vector<std::int64_t> places;
     for (const MediaTime& time : announced_) {
-      if (const auto place = timeline_->placeOf(time)) places.push_back(*place);
+      if (const auto place = placeOf(time)) places.push_back(*place);
     }
     plan_.announce(places);
   }
@@ -153,8 +112,16 @@ class Generator : public FrameGenerator {
     return answer.kind == FrameRun::Answer::Kind::found ? answer.frame : nullptr;
   }
 
-  FrameResult delivered(const Frame& frame) {
-    const MediaTime time = timeline_->timeOf(frame.place);
+  const std::optional<FrameEdits>& edits() const {
+    return source_->streams()[static_cast<std::size_t>(streamIndex_)].edits;
+  }
+  std::optional<std::int64_t> placeOf(const MediaTime& time) const {
+    return timeline_->placeOf(edits() ? edits()->mediaAt(time) : time);
+  }
+
+  FrameResult delivered(const Frame& frame, const MediaTime& asked) {
+    const MediaTime own = timeline_->timeOf(frame.place);
+    const MediaTime time = edits() ? edits()->shownSince(own, asked) : own;
     if (frame.damage.any()) {
       log("frame at {:.3f}      :-/ decoded with errors (packets lost={}, frames damaged={} since the last good key)",
           time.seconds(), frame.damage.refusedPackets, frame.damage.damagedFrames);

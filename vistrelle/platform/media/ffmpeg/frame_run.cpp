@@ -18,8 +18,8 @@ namespace {
 constexpr std::size_t kWindow = 16;
 constexpr std::int64_t kWindowBytes = std::int64_t{8} << 20;
 constexpr std::int64_t kMostReadAheadBytes = std::int64_t{64} << 20;
-// Below this many frames a second thread costs more than it gives.
-constexpr std::int64_t kLongRun = 10;
+// A second frame that is decoded beside the first pays for the threads.
+constexpr std::int64_t kLongRun = 2;
 constexpr int kErrorsInARow = 64;
 
 bool isDiscarded(const AVPacket& packet) {
@@ -366,6 +366,30 @@ FrameRun::Answer FrameRun::answer(std::int64_t place) {
         break;
     }
   }
+}
+
+FrameRun::Answer FrameRun::following() {
+  constexpr std::int64_t kAnyPlace = std::numeric_limits<std::int64_t>::min();
+  std::shared_ptr<const Frame> frame;
+  switch (pull(kAnyPlace, &frame)) {
+    case Pull::end:
+      return {Answer::Kind::found, nullptr, {}};
+    case Pull::failed:
+      return {Answer::Kind::failed, nullptr,
+              packets_.failure().empty() ? "the movie's frames cannot be told apart" : packets_.failure()};
+    case Pull::frame:
+      break;
+  }
+  if (current_ && frame->place <= current_->place) {
+    disordered_ = true;
+    return {Answer::Kind::unproven, nullptr, "frames came out of order"};
+  }
+  if (current_ && missesFrame(frame->place - 1)) {
+    return {Answer::Kind::unproven, nullptr, "a frame did not come out of the decoder"};
+  }
+  current_ = frame;
+  seen_.erase(seen_.begin(), seen_.lower_bound(frame->place));
+  return {Answer::Kind::found, std::move(frame), {}};
 }
 
 }  // namespace vistrelle::platform

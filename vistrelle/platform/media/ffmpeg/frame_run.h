@@ -83,6 +83,10 @@ class FrameRun {
   /// no room for another one.
   Answer answer(std::int64_t place);
 
+  /// Goes forward by one frame, the first one of the run at first; nothing is left out (skipping must be off). Found
+  /// without a frame at the end; not proven when a frame is missing or out of order. Not to be mixed with answer().
+  Answer following();
+
   /// From now on with one thread, because what a damaged stream gives must not depend on timing.
   void useOneThread() { oneThread_ = true; }
   bool usesOneThread() const { return oneThread_; }
