@@ -18,6 +18,7 @@ extern "C" {
 #include <string_view>
 #include <vector>
 
+#include "edit_list_reference.h"
 #include "vistrelle/platform/imaging/picture.h"
 #include "vistrelle/platform/media/media_time.h"
 
@@ -88,8 +89,12 @@ inline std::uint64_t hashOf(const platform::PlanarImage& image) {
 
 class LinearDecode {
  public:
-  explicit LinearDecode(const std::string& path) {
-    if (avformat_open_input(&format_, path.c_str(), nullptr, nullptr) < 0) {
+  explicit LinearDecode(const std::string& path) : path_(path) {
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "ignore_editlist", "1", 0);  // applied below, frame by frame
+    const int status = avformat_open_input(&format_, path.c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (status < 0) {
       reference_.error = "not a movie";
       return;
     }
@@ -121,6 +126,7 @@ class LinearDecode {
     if (reference_.error.empty()) {
       decodeAll();
       giveTimes();
+      if (std::string_view(format_->iformat->name).starts_with("mov,")) applyEdits(EditListReader::read(path_));
       if (reference_.frames.empty()) reference_.error = "no frame";
     }
     return reference_;
@@ -190,6 +196,39 @@ class LinearDecode {
     }
   }
 
+  // Of each edit: what is on screen at its start, then what appears until its end.
+  void applyEdits(const ReferenceEdits& edits) {
+    if (edits.entries.empty() || edits.movieScale == 0) return;
+    using platform::MediaTime;
+    std::stable_sort(reference_.frames.begin(), reference_.frames.end(),
+                     [](const ReferenceFrame& a, const ReferenceFrame& b) { return a.time < b.time; });
+    std::vector<ReferenceFrame> shown;
+    MediaTime start = MediaTime::zero();
+    const auto scale = static_cast<std::int32_t>(edits.movieScale);
+    const std::int64_t perTick = stream_->time_base.num;
+    for (const ReferenceEdits::Entry& edit : edits.entries) {
+      const bool isOpen = edit.duration == 0 || edits.isFragmented;
+      const MediaTime length = MediaTime::make(static_cast<std::int64_t>(edit.duration), scale);
+      if (edit.mediaTime >= 0) {
+        const MediaTime media = MediaTime::make(edit.mediaTime * perTick, stream_->time_base.den);
+        Reference whole = reference_;
+        const std::size_t first = whole.indexAt(media);
+        for (std::size_t i = first; i < whole.frames.size(); ++i) {
+          ReferenceFrame frame = whole.frames[i];
+          if (i > first && ((!isOpen && frame.time >= media + length) || edit.rate == 0)) break;
+          // A frame that began before the edit is on screen from the edit's start.
+          const MediaTime own = start + (frame.time - media);
+          frame.time = own < start ? start : own;
+          shown.push_back(frame);
+        }
+        if (isOpen) break;
+      }
+      start = start + length;
+    }
+    if (!shown.empty()) reference_.frames = std::move(shown);
+  }
+
+  std::string path_;
   AVFormatContext* format_ = nullptr;
   AVStream* stream_ = nullptr;
   AVCodecContext* decoder_ = nullptr;

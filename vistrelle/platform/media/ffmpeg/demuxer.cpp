@@ -65,7 +65,7 @@ std::string avErrorText(int error) {
 
 std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
                                        const std::shared_ptr<Interrupt>& interrupt, bool findStreamInfo,
-                                       std::string* error) {
+                                       std::string* error, Edits edits) {
   prepareFfmpeg();
   const auto fail = [error](int code) {
     if (error != nullptr) *error = avErrorText(code);
@@ -95,7 +95,8 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
   // References in alias records reach ioOpen; whether they are followed is decided there.
   const bool prepared =
       setOption(&options, "protocol_whitelist", "none") && setOption(&options, "format_whitelist", kContainers) &&
-      setOption(&options, "enable_drefs", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1");
+      setOption(&options, "enable_drefs", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1") &&
+      (edits == Edits::applied || setOption(&options, "ignore_editlist", "1"));
   int status = prepared ? avformat_open_input(&context, "", nullptr, &options) : AVERROR(ENOMEM);
   av_dict_free(&options);
   if (status < 0) {

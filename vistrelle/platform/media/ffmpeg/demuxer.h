@@ -30,11 +30,13 @@ std::string avErrorText(int error);
 /// Used from one thread at a time.
 class Demuxer {
  public:
+  /// Whether packets of the MOV family have times of the movie or of their track.
+  enum class Edits { applied, ignored };
   /// Reads the header. Stream facts that the header leaves open are looked for only when `findStreamInfo` is true
   /// and something is missing, within MediaLimits. Empty with an error text on failure.
   static std::unique_ptr<Demuxer> open(const std::shared_ptr<InputBytes>& bytes,
                                        const std::shared_ptr<Interrupt>& interrupt, bool findStreamInfo,
-                                       std::string* error);
+                                       std::string* error, Edits edits = Edits::applied);
   ~Demuxer();
   Demuxer(const Demuxer&) = delete;
   Demuxer& operator=(const Demuxer&) = delete;

@@ -65,6 +65,8 @@ LandingRules landingRules(MovieSource& source, int streamIndex, FramePackets& pa
   const MediaTime end = facts.range.end();
   rules.latest = (end.isNumeric() ? ticksNearest(end, timeBase) : ticksNearest(source.duration(), timeBase)) + zero;
   rules.earliest = facts.range.start.isNumeric() ? ticksNearest(facts.range.start, timeBase) + zero : zero;
+  // The range is the movie's, the ticks are the track's.
+  if (facts.edits) rules.latest = std::numeric_limits<std::int64_t>::max();
   if (source.isMovFamily() && avformat_index_get_entries_count(stream) > 0) {
     rules.earliest = std::min(rules.earliest, avformat_index_get_entry(stream, 0)->timestamp);
   }

@@ -26,7 +26,8 @@ bool FramePackets::restart() {
   if (isAtStart()) return true;
   forgetQueue();
   std::string error;
-  demuxer_ = source_->makeDemuxer(&error);
+  const bool isEdited = source_->streams()[static_cast<std::size_t>(streamIndex_)].edits.has_value();
+  demuxer_ = isEdited ? source_->makeUneditedDemuxer(&error) : source_->makeDemuxer(&error);
   if (!demuxer_ || streamIndex_ >= demuxer_->streamCount()) {
     demuxer_.reset();
     failure_ = error.empty() ? "the movie cannot be read any more" : error;

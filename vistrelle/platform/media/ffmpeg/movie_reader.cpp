@@ -113,6 +113,7 @@ void MovieReader::useMovFacts(const mov::MovieHeader& header) {
     stream.isProtected = track->isProtected;
     stream.range = rangeOf(*track, header);
     stream.frameRate = stream.type == MediaType::video ? frameRateOf(*track) : 0;
+    if (stream.type == MediaType::video) stream.edits = FrameEdits::of(*track, header);
     const TrackShape shape = shapeOf(*track);
     stream.cleanAperture = shape.cleanAperture;
     stream.pixelAspect = shape.pixelAspect;
@@ -148,6 +149,7 @@ bool MovieReader::usePacketFacts() {
     facts.range = {from, source_->timeOf(facts.index, end) - from};
     if (facts.type == MediaType::video) {
       facts.frameRate = packetFrameRate(stream, scan.isComplete ? span.count : 0, facts.range);
+      if (scan.isComplete) completeFrameRate(facts.notes, span, facts.range);
     }
   }
   if (returns && first.seek(-1, 0, AVSEEK_FLAG_BYTE) < 0) source_->first_.reset();

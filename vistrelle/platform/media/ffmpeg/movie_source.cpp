@@ -62,6 +62,10 @@ std::unique_ptr<Demuxer> MovieSource::openDemuxer(std::string* error) {
   return demuxer;
 }
 
+std::unique_ptr<Demuxer> MovieSource::makeUneditedDemuxer(std::string* error) {
+  return Demuxer::open(bytes_, interrupt_, true, error, Demuxer::Edits::ignored);
+}
+
 std::shared_ptr<const FirstFrame> MovieSource::firstFrame(int streamIndex) {
   const std::lock_guard lock(frameMutex_);
   const auto known = firstFrames_.find(streamIndex);
