@@ -3,8 +3,7 @@
 set(CMAKE_FIND_PACKAGE_TARGETS_GLOBAL ON)
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
-pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET GLOBAL libavformat>=59 libavcodec>=59 libavutil>=57 libswscale>=6 libswresample>=4)
-pkg_check_modules(SWSCALE REQUIRED IMPORTED_TARGET GLOBAL libswscale libavutil)
+include(VistrelleFfmpeg)
 pkg_check_modules(ICU REQUIRED IMPORTED_TARGET GLOBAL icu-uc icu-i18n)
 pkg_check_modules(GUMBO REQUIRED IMPORTED_TARGET GLOBAL gumbo)
 pkg_check_modules(GIO REQUIRED IMPORTED_TARGET GLOBAL gio-2.0 gio-unix-2.0)
@@ -15,7 +14,16 @@ pkg_check_modules(PNG REQUIRED IMPORTED_TARGET GLOBAL libpng)
 pkg_check_modules(TIFF REQUIRED IMPORTED_TARGET GLOBAL libtiff-4)
 pkg_check_modules(OPENJPEG REQUIRED IMPORTED_TARGET GLOBAL libopenjp2)
 pkg_check_modules(LCMS REQUIRED IMPORTED_TARGET GLOBAL lcms2)
-find_package(GIF REQUIRED)
-find_package(ZLIB REQUIRED)
+pkg_check_modules(GIF REQUIRED IMPORTED_TARGET GLOBAL libgif)
+pkg_check_modules(ZLIB REQUIRED IMPORTED_TARGET GLOBAL zlib)
 find_package(fmt REQUIRED)
 find_package(nlohmann_json REQUIRED)
+
+# Not gumbo: its default options are data.
+include(VistrelleLateLibraries)
+vistrelle_load_late(PkgConfig::FFMPEG PkgConfig::SWSCALE PkgConfig::ICU PkgConfig::GIO PkgConfig::PLIST
+  PkgConfig::CURL PkgConfig::JPEG PkgConfig::PNG PkgConfig::TIFF PkgConfig::OPENJPEG PkgConfig::LCMS PkgConfig::GIF
+  PkgConfig::ZLIB)
+if(VISTRELLE_FFMPEG_STATIC)
+  vistrelle_load_late(PkgConfig::DAV1D PkgConfig::LZMA PkgConfig::BZIP2)
+endif()
