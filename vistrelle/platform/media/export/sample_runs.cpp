@@ -109,8 +109,8 @@ void RunBuilder::extend(Run& run, std::size_t last) const {
   for (std::size_t i = run.run.samples.back().index + 1; i <= last; ++i) {
     RunSample sample;
     sample.index = i;
-    sample.decodeTime = (Ratio(samples[i].decodeTime - run.origin) * run.factor).rounded();
-    sample.presentation = (Ratio(samples[i].presentation() - run.origin) * run.factor).rounded();
+    sample.decodeTime = (Ratio(samples[i].decodeTime - run.origin) * run.factor).rounded() - run.shift;
+    sample.presentation = (Ratio(samples[i].presentation() - run.origin) * run.factor).rounded() - run.shift;
     sample.decodeTime = std::max(sample.decodeTime, run.run.samples.back().decodeTime + 1);
     // Sound is not reordered: what tables may say of composition offsets is left out.
     if (run.run.source->type == MediaType::audio) sample.presentation = sample.decodeTime;
@@ -126,7 +126,7 @@ bool RunBuilder::reuse(const Piece& piece, const Need& need, std::int64_t delay)
     const std::size_t first = run.run.samples.front().index;
     const std::size_t last = run.run.samples.back().index;
     if (need.first < first || need.firstDecoded > last || need.onScreen > last) continue;
-    const std::int64_t start = cutOf(piece, run.origin);
+    const std::int64_t start = cutOf(piece, run.origin) - run.shift;
     if (run.run.samples[need.onScreen - first].presentation != start) continue;
     if (run.run.samples[need.firstDecoded - first].decodeTime != start - delay) continue;
     extend(run, std::max(last, need.last));
@@ -152,7 +152,12 @@ void RunBuilder::addPicture(const Piece& piece, const Need& need, std::int64_t d
     }
     run.run.samples.push_back(sample);
   }
-  uses_.push_back({runs_.size(), need.start});
+  run.shift = run.run.samples.front().decodeTime;
+  for (RunSample& sample : run.run.samples) {
+    sample.decodeTime -= run.shift;
+    sample.presentation -= run.shift;
+  }
+  uses_.push_back({runs_.size(), need.start - run.shift});
   runs_.push_back(std::move(run));
 }
 
@@ -235,10 +240,11 @@ void RunBuilder::addTrimmed(const Piece& piece) {
 void RunBuilder::layOut() {
   std::int64_t decoded = 0;
   std::int64_t shown = 0;
+  later_ = longestGap();
   for (Run& run : runs_) {
     std::int64_t earliest = 0;
     for (const RunSample& sample : run.run.samples) earliest = std::min(earliest, sample.presentation);
-    run.base = std::max(decoded, shown - earliest);
+    run.base = &run == &runs_.front() ? 0 : std::max(decoded, shown - earliest);
     const RunSample& last = run.run.samples.back();
     const mov::Sample& stored = run.run.source->tables.samples[last.index];
     const std::int64_t duration = std::max<std::int64_t>((Ratio(stored.duration) * run.factor).rounded(), 1);
@@ -254,28 +260,36 @@ void RunBuilder::layOut() {
     for (RunSample& sample : run.run.samples) {
       sample.decodeTime += run.base;
       sample.presentation += run.base;
+      later_ = std::max(later_, sample.decodeTime - sample.presentation);
     }
     run.run.end = run.base + end;
     decoded = run.run.end;
   }
+  for (Run& run : runs_) {
+    for (RunSample& sample : run.run.samples) sample.presentation += later_;
+  }
+}
+
+/// Of the empty stretches of pictures with something before and behind them.
+std::int64_t RunBuilder::longestGap() const {
+  std::int64_t longest = 0;
+  for (std::size_t i = 1; i + 1 < pieces_.size(); ++i) {
+    if (pieces_[i].source != nullptr || pieces_[i - 1].source == nullptr) continue;
+    if (pieces_[i - 1].source->type != MediaType::video) continue;
+    longest = std::max(longest, (pieces_[i].length * Ratio(scale_)).ceil());
+  }
+  return longest;
 }
 
 std::vector<SampleRun> RunBuilder::build() {
   std::vector<Need> needs(pieces_.size());
   std::int64_t delay = std::numeric_limits<std::int64_t>::max();
-  bool hasGap = false;  // an empty stretch with something before and behind it
-  bool isOpen = false;
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     const Piece& piece = pieces_[i];
     if (piece.source == nullptr || piece.source->type != MediaType::video) continue;
-    if (isOpen && pieces_[i - 1].source == nullptr) hasGap = true;
-    isOpen = true;
     needs[i] = pictureNeed(piece);
     delay = std::min(delay, naturalDelay(piece, needs[i]));
   }
-  // Readers that set the first frame to the beginning of its edit do so only where no gap follows; with no delay there
-  // is nothing to set.
-  if (hasGap) delay = 0;
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     const Piece& piece = pieces_[i];
     if (piece.source == nullptr) {
@@ -295,7 +309,7 @@ std::vector<SampleRun> RunBuilder::build() {
   }
   layOut();
   std::vector<SampleRun> runs;
-  for (const Use& use : uses_) mediaTimes_.push_back(use.run == kNoRun ? -1 : runs_[use.run].base + use.start);
+  for (const Use& use : uses_) mediaTimes_.push_back(use.run == kNoRun ? -1 : runs_[use.run].base + use.start + later_);
   for (std::size_t i = 0; i < runs_.size(); ++i) {
     // Durations are differences: the last of a run lasts until the next one begins.
     if (i + 1 < runs_.size() && !runs_[i].run.source->isUncompressedSound()) runs_[i].run.end = runs_[i + 1].base;

@@ -29,7 +29,8 @@ struct SampleRun {
 /// Pictures: a piece begins with the sync sample that lets the frame on screen at its start be decoded; edits hide what
 /// comes before. That frame is given the time of the cut, for many readers show no frame that began before an edit
 /// does. And readers that take the first shown sample's decoding time for the edit's beginning must come out right for
-/// every edit: so the distance from there to the cut is the same in all pieces of a track.
+/// every edit: so the distance from there to the cut is the same in all pieces of a track. Others read the -1 of an
+/// empty edit between two that are not as a time of the media: nothing is shown there for as long as it lasts.
 class RunBuilder {
  public:
   RunBuilder(std::int64_t timeScale, const std::vector<Piece>& pieces) : scale_(timeScale), pieces_(pieces) {}
@@ -51,6 +52,7 @@ class RunBuilder {
     Ratio factor;              ///< from the source's ticks to the track's
     std::int64_t origin = 0;   ///< the source's decoding time that is the run's zero
     std::int64_t trimmed = 0;  ///< length in the source's ticks of a run that was cut to its piece
+    std::int64_t shift = 0;    ///< taken off all times, so that the first decoding time is zero
     std::int64_t early = 0;    ///< where such a run's piece begins
     std::int64_t shownTo = 0;  ///< the latest end of the pieces that use it
     std::int64_t base = 0;
@@ -73,11 +75,13 @@ class RunBuilder {
   std::int64_t ticksOf(const Piece& piece, std::int64_t sourceTicks, std::int64_t origin) const;
   std::int64_t cutOf(const Piece& piece, std::int64_t origin) const;
   void layOut();
+  std::int64_t longestGap() const;
 
   std::int64_t scale_;
   const std::vector<Piece>& pieces_;
   std::vector<Run> runs_;
   std::vector<Use> uses_;
+  std::int64_t later_ = 0;  ///< added to all presentation times
   std::vector<std::int64_t> mediaTimes_;
 };
 
