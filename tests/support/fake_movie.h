@@ -14,6 +14,7 @@
 
 #include "vistrelle/platform/base/clock.h"
 #include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/asset_reader.h"
 
 /// Movies whose every answer a test decides, and wrappers that pass on what a test does not override.
 namespace vistrelle::testing {
@@ -25,6 +26,10 @@ class FakeTrack : public platform::Track {
 
   std::int32_t trackId() const override { return id; }
   platform::MediaType mediaType() const override { return type; }
+  platform::OptionalText mediaTypeCode() const override { return typeCode ? *typeCode : Track::mediaTypeCode(); }
+  std::vector<platform::FormatDescription> formatDescriptions() const override { return formats; }
+  platform::Size naturalSize() const override { return size; }
+  bool isProtected() const override { return isEncrypted; }
   bool isEnabled() const override { return enabled; }
   platform::TimeRange timeRange() const override {
     ++rangeReads;
@@ -35,6 +40,10 @@ class FakeTrack : public platform::Track {
   std::string description() const override { return name; }
 
   platform::MediaType type;
+  std::optional<platform::OptionalText> typeCode;  ///< that of `type` unless set
+  std::vector<platform::FormatDescription> formats;
+  platform::Size size;
+  bool isEncrypted = false;
   platform::TimeRange range;
   std::int32_t id = 1;
   bool enabled = true;
@@ -43,6 +52,13 @@ class FakeTrack : public platform::Track {
   std::string name = "<track>";
   mutable int rangeReads = 0;
 };
+
+/// A track with one format description a code.
+inline std::shared_ptr<FakeTrack> codedTrack(platform::MediaType type, const std::vector<std::string>& codes) {
+  auto track = std::make_shared<FakeTrack>(type);
+  for (const std::string& code : codes) track->formats.push_back({.code = code, .cleanAperture = {}});
+  return track;
+}
 
 /// A time range by its seconds, to the millisecond.
 inline platform::TimeRange rangeOf(double start, double duration) {
@@ -73,6 +89,7 @@ struct GeneratorRecord {
   int made = 0;
   int destroyed = 0;
   bool appliesTransform = false;
+  std::vector<platform::ApertureMode> modes;  ///< as they were set
   std::vector<platform::MediaTime> announced;
   std::vector<platform::MediaTime> asked;
 };
@@ -88,7 +105,7 @@ class FakeGenerator : public platform::ImageGenerator {
   ~FakeGenerator() override { ++record_->destroyed; }
 
   void setAppliesPreferredTrackTransform(bool applies) override { record_->appliesTransform = applies; }
-  void setApertureMode(platform::ApertureMode /*mode*/) override {}
+  void setApertureMode(platform::ApertureMode mode) override { record_->modes.push_back(mode); }
   void announce(std::span<const platform::MediaTime> times) override {
     record_->announced.assign(times.begin(), times.end());
   }
@@ -100,6 +117,49 @@ class FakeGenerator : public platform::ImageGenerator {
  private:
   std::shared_ptr<GeneratorRecord> record_;
   Answer answer_;
+};
+
+/// What a fake reader gives and was asked; outlives the reader.
+struct ReaderScript {
+  bool accepts = true;
+  bool starts = true;
+  std::vector<platform::SampleBuffer> samples;
+  /// After the last sample; with a status other than completed also what `error` belongs to.
+  platform::ReaderStatus ending = platform::ReaderStatus::completed;
+  platform::OptionalText error;
+  std::vector<std::shared_ptr<platform::Track>> outputs;
+  int cancellations = 0;
+};
+
+/// Gives the samples of a script.
+class FakeReader : public platform::AssetReader {
+ public:
+  explicit FakeReader(std::shared_ptr<ReaderScript> script) : script_(std::move(script)) {}
+  bool canAddOutput(const std::shared_ptr<platform::Track>& /*track*/) const override { return script_->accepts; }
+  void addOutput(const std::shared_ptr<platform::Track>& track) override { script_->outputs.push_back(track); }
+  bool startReading() override {
+    status_ = script_->starts ? platform::ReaderStatus::reading : platform::ReaderStatus::failed;
+    return script_->starts;
+  }
+  std::optional<platform::SampleBuffer> copyNextSampleBuffer() override {
+    if (status_ != platform::ReaderStatus::reading) return std::nullopt;
+    if (next_ < script_->samples.size()) return script_->samples[next_++];
+    status_ = script_->ending;
+    return std::nullopt;
+  }
+  platform::ReaderStatus status() const override { return status_; }
+  platform::OptionalText error() const override {
+    return status_ == platform::ReaderStatus::failed ? script_->error : std::nullopt;
+  }
+  void cancelReading() override {
+    ++script_->cancellations;
+    status_ = platform::ReaderStatus::cancelled;
+  }
+
+ private:
+  std::shared_ptr<ReaderScript> script_;
+  std::size_t next_ = 0;
+  platform::ReaderStatus status_ = platform::ReaderStatus::unknown;
 };
 
 /// A movie that says what its fields say. Its loading ends at once or when `finishLoading` is called.
@@ -137,6 +197,12 @@ class FakeAsset : public platform::Asset {
     if (!answer) return nullptr;
     return std::make_unique<FakeGenerator>(record, answer);
   }
+  platform::Size naturalSize() const override { return size ? *size : Asset::naturalSize(); }
+  platform::MovieMetadata metadata() const override { return info; }
+  std::unique_ptr<platform::AssetReader> makeReader(std::string* error) override {
+    if (!reader) return Asset::makeReader(error);
+    return std::make_unique<FakeReader>(reader);
+  }
   std::string description() const override { return "<movie>"; }
 
   platform::AssetKind assetKind = platform::AssetKind::urlAsset;
@@ -147,7 +213,10 @@ class FakeAsset : public platform::Asset {
   platform::MediaTime length = platform::MediaTime::make(10, 1);
   bool playable = true;
   bool isProtected = false;
-  FakeGenerator::Answer answer;  ///< no generator without one
+  FakeGenerator::Answer answer;        ///< no generator without one
+  std::optional<platform::Size> size;  ///< of its first video track unless set
+  platform::MovieMetadata info;
+  std::shared_ptr<ReaderScript> reader;  ///< no reader without one
   std::shared_ptr<GeneratorRecord> record = std::make_shared<GeneratorRecord>();
 
  private:
@@ -207,6 +276,12 @@ class ForwardingTrack : public platform::Track {
   explicit ForwardingTrack(std::shared_ptr<platform::Track> next) : next_(std::move(next)) {}
   std::int32_t trackId() const override { return next_->trackId(); }
   platform::MediaType mediaType() const override { return next_->mediaType(); }
+  platform::OptionalText mediaTypeCode() const override { return next_->mediaTypeCode(); }
+  std::vector<platform::FormatDescription> formatDescriptions() const override { return next_->formatDescriptions(); }
+  platform::Size naturalSize() const override { return next_->naturalSize(); }
+  bool isProtected() const override { return next_->isProtected(); }
+  platform::TrackDetails details() const override { return next_->details(); }
+  std::unique_ptr<platform::ImageGenerator> makeImageGenerator() const override { return next_->makeImageGenerator(); }
   bool isEnabled() const override { return next_->isEnabled(); }
   platform::TimeRange timeRange() const override { return next_->timeRange(); }
   float nominalFrameRate() const override { return next_->nominalFrameRate(); }
@@ -242,6 +317,10 @@ class ForwardingAsset : public platform::Asset {
   bool isPlayable() const override { return next_->isPlayable(); }
   bool hasProtectedContent() const override { return next_->hasProtectedContent(); }
   std::unique_ptr<platform::ImageGenerator> makeImageGenerator() override { return next_->makeImageGenerator(); }
+  platform::Size naturalSize() const override { return next_->naturalSize(); }
+  platform::MediaTime headerDuration() const override { return next_->headerDuration(); }
+  platform::MovieMetadata metadata() const override { return next_->metadata(); }
+  std::unique_ptr<platform::AssetReader> makeReader(std::string* error) override { return next_->makeReader(error); }
   std::string description() const override { return next_->description(); }
 
  private:
