@@ -1,7 +1,10 @@
 #include "vistrelle/platform/media/ffmpeg/frame_decoder.h"
 
+extern "C" {
+#include <libavutil/cpu.h>
+}
+
 #include <algorithm>
-#include <thread>
 
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 
@@ -12,9 +15,14 @@ namespace {
 // More threads hold more frames at a time and gain little.
 constexpr int kMostThreads = 8;
 
-int threadCount(int wanted) {
+int threadCount(FrameDecoder::Threading threading, int wanted) {
+  if (threading == FrameDecoder::Threading::one) return 1;
   if (wanted > 0) return wanted;
-  return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostThreads);
+  // The standard library counts by reading a file, which a confined process cannot.
+  const int processors = av_cpu_count();
+  // Of threads that decode a frame each one waits at times for the frame before: one more keeps all processors busy.
+  const bool oneMore = threading == FrameDecoder::Threading::frames && processors > 1;
+  return std::clamp(processors + (oneMore ? 1 : 0), 1, kMostThreads);
 }
 
 }  // namespace
@@ -32,7 +40,7 @@ std::unique_ptr<FrameDecoder> FrameDecoder::open(const AVCodecParameters& parame
   int status = avcodec_parameters_to_context(context, &parameters);
   if (status >= 0) {
     context->pkt_timebase = timeBase;
-    context->thread_count = threading == Threading::one ? 1 : threadCount(threads);
+    context->thread_count = threadCount(threading, threads);
     context->thread_type = threading == Threading::frames ? FF_THREAD_FRAME : FF_THREAD_SLICE;
     if (patient) context->strict_std_compliance = FF_COMPLIANCE_STRICT;
     context->max_pixels = MediaLimits::kMaxPixels;

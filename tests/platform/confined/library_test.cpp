@@ -1,0 +1,210 @@
+// What a library of workers does when all goes well, and what is left of it afterwards.
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <thread>
+
+#include "tests/platform/confined/confined_movies.h"
+#include "tests/support/child.h"
+#include "tests/support/recording_log.h"
+#include "tests/support/scratch_folder.h"
+
+namespace vistrelle::testing {
+
+namespace {
+
+using platform::ConfinedMediaLibrary;
+using platform::ConfinedOptions;
+using platform::MediaTime;
+
+/// Makes the library of the test program before the first test can start a thread.
+class Preparation : public ::testing::Environment {
+ public:
+  void SetUp() override { ASSERT_TRUE(confinedLibrary()->prepare()); }
+};
+[[maybe_unused]] const auto* const preparation = ::testing::AddGlobalTestEnvironment(new Preparation);
+
+}  // namespace
+
+std::shared_ptr<ConfinedMediaLibrary> confinedLibrary() {
+  static const auto library = [] {
+    ConfinedOptions options;
+    options.worker.refusal = platform::Refusal::kill;
+    return std::make_shared<ConfinedMediaLibrary>(options);
+  }();
+  return library;
+}
+
+namespace {
+
+bool isThere(pid_t process) {
+  return ::kill(process, 0) == 0;
+}
+
+/// Whether the process ends within a few seconds.
+bool goes(pid_t process) {
+  for (int i = 0; i < 500 && isThere(process); ++i) ::usleep(10000);
+  return !isThere(process);
+}
+
+std::size_t openDescriptors() {
+  std::size_t count = 0;
+  DIR* folder = ::opendir("/proc/self/fd");
+  while (::readdir(folder) != nullptr) ++count;
+  ::closedir(folder);
+  return count;
+}
+
+TEST(ConfinedLibrary, AWorkerBelongsToOneMovieAndGoesWithIt) {
+  auto one = loadedConfined(dataFile("prog_8s.mp4"));
+  auto other = loadedConfined(dataFile("sample.avi"));
+  ASSERT_TRUE(one && other);
+  const pid_t first = one->movie()->workerProcess();
+  const pid_t second = other->movie()->workerProcess();
+  EXPECT_GT(first, 0);
+  EXPECT_NE(first, second);
+  // A track keeps the worker.
+  auto tracks = one->tracks();
+  auto track =
+      *std::ranges::find(tracks, platform::MediaType::video, [](const auto& each) { return each->mediaType(); });
+  one.reset();
+  EXPECT_TRUE(isThere(first));
+  ASSERT_TRUE(track->makeImageGenerator());
+  EXPECT_TRUE(track->makeImageGenerator()->copyFrame(MediaTime::zero()).picture);
+  track.reset();
+  tracks.clear();
+  EXPECT_TRUE(goes(first));
+  EXPECT_TRUE(isThere(second));
+  other.reset();
+  EXPECT_TRUE(goes(second));
+}
+
+TEST(ConfinedLibrary, PicturesOutliveTheirMovie) {
+  platform::FrameResult result;
+  {
+    const auto asset = loadedConfined(dataFile("prog_8s.mp4"));
+    result = asset->makeImageGenerator()->copyFrame(MediaTime::zero());
+  }
+  ASSERT_TRUE(result.picture);
+  EXPECT_TRUE(result.picture->isValid());
+  int sum = 0;
+  const auto* image = result.picture->planar();
+  for (int y = 0; y < image->height; ++y) sum += image->planes[0].data[std::ptrdiff_t{y} * image->planes[0].rowBytes];
+  EXPECT_GT(sum, 0);
+}
+
+TEST(ConfinedLibrary, LeavesNoDescriptorBehind) {
+  const std::size_t before = openDescriptors();
+  for (int i = 0; i < 20; ++i) {
+    const auto asset = loadedConfined(dataFile("prog_8s.mp4"));
+    ASSERT_TRUE(asset);
+    const auto generator = asset->makeImageGenerator();
+    EXPECT_TRUE(generator->copyFrame(MediaTime::make(i, 4)).picture);
+  }
+  for (int i = 0; i < 500 && openDescriptors() != before; ++i) ::usleep(10000);  // loading threads let go last
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(ConfinedLibrary, ManyPicturesOfSeveralGeneratorsOnSeveralThreads) {
+  const auto asset = loadedConfined(dataFile("prog_8s.mp4"));
+  ASSERT_TRUE(asset);
+  std::atomic<int> pictures = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&asset, &pictures, i] {
+      const auto generator = asset->makeImageGenerator();
+      for (int n = 0; n < 10; ++n) pictures += generator->copyFrame(MediaTime::make(n + i, 2)).picture ? 1 : 0;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(pictures, 30);
+}
+
+TEST(ConfinedLibrary, FramesThatWaitBeyondMemoryFindRoom) {
+  const auto asset = loadedConfined(dataFile("h265_10bits.mp4"));
+  ASSERT_TRUE(asset);
+  const auto generator = asset->makeImageGenerator();
+  std::vector<MediaTime> times;
+  for (int i = 60; i > 0; --i) times.push_back(MediaTime::make(i, 30));
+  generator->announce(times);
+  for (const MediaTime& time : times) EXPECT_TRUE(generator->copyFrame(time).picture) << time.description();
+}
+
+TEST(ConfinedLibrary, CompletionIsCalledOnceOnAnotherThread) {
+  const auto asset = confinedLibrary()->openAsset(dataFile("prog_8s.mp4"), {});
+  const auto ended = std::make_shared<platform::Signal>();
+  const auto here = std::this_thread::get_id();
+  const auto calls = std::make_shared<std::atomic<int>>(0);
+  for (int i = 0; i < 3; ++i) {
+    asset->loadValuesAsynchronously({}, [ended, calls, here] {
+      EXPECT_NE(std::this_thread::get_id(), here);
+      if (++*calls == 3) ended->set();
+    });
+  }
+  ASSERT_TRUE(ended->waitReal(kLong));
+  EXPECT_EQ(*calls, 3);
+  EXPECT_EQ(asset->tracks().size(), 2U);
+}
+
+TEST(ConfinedLibrary, WhatIsNoRegularFileIsRefused) {
+  const ScratchFolder folder;
+  RecordingLog log;
+  EXPECT_FALSE(confinedLibrary()->openAsset("/dev/zero", {}));
+  EXPECT_FALSE(confinedLibrary()->openAsset(folder.path(), {}));
+  EXPECT_TRUE(log.has("movie open          :-( '/dev/zero': not a regular file"));
+}
+
+TEST(ConfinedLibrary, WithThreadsRunningItReadsMoviesItselfAndSaysSo) {
+  RecordingLog log;
+  platform::Signal end;
+  std::thread other([&end] { end.waitReal(kLong); });
+  const auto library = std::make_shared<ConfinedMediaLibrary>();
+  const auto asset = library->openAsset(dataFile("prog_8s.mp4"), {});
+  ASSERT_TRUE(asset && load(*asset));
+  library->openAsset(dataFile("prog_8s.mp4"), {});
+  end.set();
+  other.join();
+  EXPECT_EQ(asset->tracks().size(), 2U);
+  EXPECT_EQ(log.lines().size(), 1U);
+  EXPECT_TRUE(log.hasContaining("movie confinement   :-/ none, movies are read in this process ("));
+}
+
+/// A library of a child process with the worker's number, which the child tells.
+pid_t startChildWithWorker(pid_t* child) {
+  int ends[2];
+  EXPECT_EQ(::pipe(ends), 0);
+  *child = ::fork();
+  if (*child == 0) {
+    auto library = std::make_shared<ConfinedMediaLibrary>();
+    const auto asset = loadedConfined(dataFile("prog_8s.mp4"), library);
+    const pid_t numbers[2]{asset ? asset->movie()->workerProcess() : -1, library->nursery()->process()};
+    (void)!::write(ends[1], numbers, sizeof numbers);
+    ::pause();
+    ::_exit(0);
+  }
+  ::close(ends[1]);
+  pid_t numbers[2]{-1, -1};
+  EXPECT_EQ(::read(ends[0], numbers, sizeof numbers), static_cast<ssize_t>(sizeof numbers));
+  ::close(ends[0]);
+  return numbers[0];
+}
+
+TEST(ConfinedLibrary, WorkersEndWithTheirProgramHoweverItEnds) {
+  for (const int signal : {SIGKILL, SIGTERM, SIGINT}) {
+    pid_t child = -1;
+    const pid_t worker = startChildWithWorker(&child);
+    ASSERT_GT(worker, 0);
+    EXPECT_TRUE(isThere(worker));
+    ::kill(child, signal);
+    ::waitpid(child, nullptr, 0);
+    EXPECT_TRUE(goes(worker)) << signal;
+  }
+}
+
+}  // namespace
+}  // namespace vistrelle::testing

@@ -1,0 +1,192 @@
+#include "vistrelle/platform/media/confined/confined_asset.h"
+
+#include <algorithm>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/base/log.h"
+
+namespace vistrelle::platform {
+namespace {
+
+using Completions = std::vector<std::function<void()>>;
+
+void callAll(const Completions& completions) {
+  for (const std::function<void()>& completion : completions) {
+    if (completion) completion();
+  }
+}
+
+template <typename Work>
+void runDetached(Work work) {
+  try {
+    std::thread(work).detach();
+  } catch (const std::system_error&) {
+    work();
+  }
+}
+
+void callElsewhere(Completions completions) {
+  if (completions.empty()) return;
+  runDetached([completions = std::move(completions)] { callAll(completions); });
+}
+
+class ConfinedGenerator : public ImageGenerator {
+ public:
+  ConfinedGenerator(std::shared_ptr<ConfinedMovie> movie, std::int32_t track) : movie_(std::move(movie)) {
+    wish_.generator = movie_->nextGenerator();
+    wish_.track = track;
+  }
+  ~ConfinedGenerator() override { movie_->drop(wish_.generator); }
+  ConfinedGenerator(const ConfinedGenerator&) = delete;
+  ConfinedGenerator& operator=(const ConfinedGenerator&) = delete;
+
+  void setAppliesPreferredTrackTransform(bool applies) override { wish_.appliesTransform = applies; }
+  void setApertureMode(ApertureMode mode) override { wish_.apertureMode = mode; }
+
+  void announce(std::span<const MediaTime> times) override {
+    announced_.assign(times.begin(), times.end());
+    movie_->announce(wish_, announced_);
+  }
+
+  FrameResult copyFrame(const MediaTime& time) override {
+    FrameResult result = movie_->copyFrame(wish_, time, announced_);
+    // A fresh worker is told only what is still to come.
+    const auto asked = std::ranges::find(announced_, time);
+    if (asked != announced_.end()) announced_.erase(asked);
+    return result;
+  }
+
+ private:
+  std::shared_ptr<ConfinedMovie> movie_;
+  PictureWish wish_;
+  std::vector<MediaTime> announced_;
+};
+
+}  // namespace
+
+std::unique_ptr<ImageGenerator> ConfinedTrack::makeImageGenerator() const {
+  return record_.hasPictures ? std::make_unique<ConfinedGenerator>(movie_, index_) : nullptr;
+}
+
+/// What the asset and its loading thread share.
+struct ConfinedAsset::LoadState {
+  enum class Phase { notStarted, loading, ended };
+
+  explicit LoadState(std::shared_ptr<ConfinedMovie> confined) : movie(std::move(confined)) {}
+
+  const std::shared_ptr<ConfinedMovie> movie;
+  std::mutex mutex;
+  Phase phase = Phase::notStarted;
+  Completions waiting;  // each is taken out once, by whoever calls it
+  MovieRecord record;
+  std::vector<std::shared_ptr<Track>> tracks;
+
+  void load();
+  void cancel();
+};
+
+void ConfinedAsset::LoadState::load() {
+  std::string error;
+  std::optional<MovieRecord> loaded = movie->load(&error);
+  Completions completions;
+  {
+    const std::lock_guard lock(mutex);
+    if (phase != Phase::loading) return;  // cancelled: who cancelled has called them
+    phase = Phase::ended;
+    completions = std::exchange(waiting, {});
+    if (loaded) {
+      std::int32_t index = 0;
+      for (TrackRecord& track : loaded->tracks) {
+        tracks.push_back(std::make_shared<ConfinedTrack>(movie, index++, std::move(track)));
+      }
+      record = std::move(*loaded);
+    }
+  }
+  if (!error.empty()) log("movie open          :-( '{}': {}", movie->name(), error);
+  callAll(completions);
+}
+
+void ConfinedAsset::LoadState::cancel() {
+  Completions completions;
+  {
+    const std::lock_guard lock(mutex);
+    // A movie that has been loaded goes on serving its tracks and generators.
+    if (phase == Phase::ended) return;
+    phase = Phase::ended;
+    completions = std::exchange(waiting, {});
+  }
+  movie->stop();
+  callElsewhere(std::move(completions));
+}
+
+ConfinedAsset::ConfinedAsset(std::shared_ptr<ConfinedMovie> movie)
+    : state_(std::make_shared<LoadState>(std::move(movie))) {}
+
+ConfinedAsset::~ConfinedAsset() {
+  state_->cancel();
+}
+
+std::string ConfinedAsset::description() const {
+  return format("<Asset: {}>", state_->movie->name());
+}
+
+void ConfinedAsset::loadValuesAsynchronously(std::span<const std::string>, std::function<void()> completion) {
+  bool hasEnded = true;
+  {
+    const std::lock_guard lock(state_->mutex);
+    if (state_->phase == LoadState::Phase::loading) {
+      state_->waiting.push_back(std::move(completion));
+      return;
+    }
+    if (state_->phase == LoadState::Phase::notStarted) {
+      state_->waiting.push_back(std::move(completion));
+      state_->phase = LoadState::Phase::loading;
+      hasEnded = false;
+    }
+  }
+  if (hasEnded) return callElsewhere({std::move(completion)});
+  runDetached([state = state_] { state->load(); });
+}
+
+void ConfinedAsset::cancelLoading() {
+  state_->cancel();
+}
+
+std::vector<std::shared_ptr<Track>> ConfinedAsset::tracks() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->tracks;
+}
+
+MovieRecord ConfinedAsset::record() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->record;
+}
+
+MediaTime ConfinedAsset::duration() const {
+  return record().duration;
+}
+
+bool ConfinedAsset::isPlayable() const {
+  return record().isPlayable;
+}
+
+bool ConfinedAsset::hasProtectedContent() const {
+  return record().isProtected;
+}
+
+Size ConfinedAsset::naturalSize() const {
+  return record().naturalSize;
+}
+
+std::unique_ptr<ImageGenerator> ConfinedAsset::makeImageGenerator() {
+  return record().hasPictures ? std::make_unique<ConfinedGenerator>(state_->movie, -1) : nullptr;
+}
+
+const std::shared_ptr<ConfinedMovie>& ConfinedAsset::movie() const {
+  return state_->movie;
+}
+
+}  // namespace vistrelle::platform
