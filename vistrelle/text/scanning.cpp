@@ -86,6 +86,12 @@ std::int64_t integerValue(std::string_view text) {
   return value;
 }
 
+std::int64_t integerOf(const platform::Value& value) {
+  if (const auto* whole = value.get<std::int64_t>()) return *whole;
+  if (const auto number = value.number()) return truncatedInteger(*number);
+  return integerValue(platform::description(value));
+}
+
 std::int64_t truncatedInteger(double number) {
   constexpr double kBeyond = 9223372036854775808.0;  // 2^63
   if (std::isnan(number)) return 0;

@@ -33,12 +33,6 @@ float floatOf(const platform::Value& value) {
   return floatValue(platform::description(value));
 }
 
-std::int64_t integerOf(const platform::Value& value) {
-  if (const auto* whole = value.get<std::int64_t>()) return *whole;
-  if (const auto number = value.number()) return truncatedInteger(*number);
-  return integerValue(platform::description(value));
-}
-
 }  // namespace
 
 std::string secondsToTimecodeStr(float seconds, std::int64_t decimals, bool padHours) {
