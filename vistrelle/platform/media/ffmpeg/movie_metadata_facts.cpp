@@ -81,7 +81,8 @@ MediaTime durationOf(const mov::MovieHeader& header) {
   constexpr auto kMostTicks = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
   constexpr std::uint32_t kMostScale = std::numeric_limits<std::int32_t>::max();
   if (header.timeScale == 0 || header.timeScale > kMostScale) return MediaTime::invalid();
-  if (header.headerDuration == kUnknown32 || header.headerDuration > kMostTicks) return MediaTime::invalid();
+  const bool isStated = header.headerDuration > 0 && header.headerDuration != kUnknown32;  // 0 in fragmented movies
+  if (!isStated || header.headerDuration > kMostTicks) return MediaTime::invalid();
   return MediaTime::make(static_cast<std::int64_t>(header.headerDuration), static_cast<std::int32_t>(header.timeScale));
 }
 

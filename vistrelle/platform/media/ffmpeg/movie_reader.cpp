@@ -42,6 +42,12 @@ const mov::Track* trackOf(const mov::MovieHeader& header, const Demuxer& demuxer
   return nullptr;
 }
 
+/// How long so many frames last where the container states no times; 0 without a frame rate.
+std::int64_t ticksOfFrames(const AVStream& stream, std::int64_t count) {
+  const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+  return rate.num > 0 && rate.den > 0 ? av_rescale_q(count, av_inv_q(rate), stream.time_base) : 0;
+}
+
 }  // namespace
 
 MovieReader::MovieReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Interrupt> interrupt)
@@ -113,7 +119,6 @@ void MovieReader::useMovFacts(const mov::MovieHeader& header) {
     stream.isProtected = track->isProtected;
     stream.range = rangeOf(*track, header);
     stream.frameRate = stream.type == MediaType::video ? frameRateOf(*track) : 0;
-    if (stream.type == MediaType::video) stream.edits = FrameEdits::of(*track, header);
     const TrackShape shape = shapeOf(*track);
     stream.cleanAperture = shape.cleanAperture;
     stream.pixelAspect = shape.pixelAspect;
@@ -144,12 +149,13 @@ bool MovieReader::usePacketFacts() {
     if (scan.isComplete && span.count == 0) continue;
     const std::int64_t start = span.start.value_or(0);
     const std::int64_t stated = stream.duration > 0 ? stream.duration : 0;
-    const std::int64_t end = std::max(start, span.end.value_or(av_sat_add64(start, stated)));
+    std::int64_t end = std::max(start, span.end.value_or(av_sat_add64(start, stated)));
+    if (end == start && scan.isComplete) end = av_sat_add64(start, ticksOfFrames(stream, span.count));
     const MediaTime from = source_->timeOf(facts.index, start);
     facts.range = {from, source_->timeOf(facts.index, end) - from};
     if (facts.type == MediaType::video) {
       facts.frameRate = packetFrameRate(stream, scan.isComplete ? span.count : 0, facts.range);
-      if (scan.isComplete) completeFrameRate(facts.notes, span, facts.range);
+      completeFrameRate(facts.notes, scan.isComplete ? span : PacketSpan{}, facts.range, facts.frameRate);
     }
   }
   if (returns && first.seek(-1, 0, AVSEEK_FLAG_BYTE) < 0) source_->first_.reset();

@@ -29,6 +29,7 @@ class Scanner {
     result_.streams.resize(static_cast<std::size_t>(demuxer_.streamCount()));
     int status = readHead();
     if (status >= 0) status = readTail();
+    if (status >= 0 && result_.isComplete) compareDistances();
     return status < 0 && status != AVERROR_EOF ? failed(status) : std::move(result_);
   }
 
@@ -52,6 +53,7 @@ class Scanner {
     ++span.count;
     const std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     if (time == AV_NOPTS_VALUE || (packet.flags & AV_PKT_FLAG_DISCARD) != 0) return;
+    times_[packet.stream_index].push_back(time);
     if (inHead_) span.start = span.start ? std::min(*span.start, time) : time;
     Latest& latest = latest_[packet.stream_index];
     if (!latest.last || time > *latest.last) {
@@ -61,6 +63,21 @@ class Scanner {
       latest.before = time;
     }
     span.end = endOf(latest, *demuxer_.stream(packet.stream_index));
+  }
+
+  /// Rounding to a container's clock makes two neighbouring distances of one rate.
+  void compareDistances() {
+    for (auto& [index, times] : times_) {
+      std::sort(times.begin(), times.end());
+      std::int64_t shortest = 0;
+      std::int64_t longest = 0;
+      for (std::size_t i = 1; i < times.size(); ++i) {
+        const std::int64_t distance = av_sat_sub64(times[i], times[i - 1]);
+        shortest = i == 1 ? distance : std::min(shortest, distance);
+        longest = std::max(longest, distance);
+      }
+      result_.streams[static_cast<std::size_t>(index)].varies = longest - shortest > 1;
+    }
   }
 
   static std::int64_t endOf(const Latest& latest, const AVStream& stream) {
@@ -142,7 +159,9 @@ class Scanner {
       result_.isComplete = true;
       return 0;
     }
-    if (fileSize_ > kFirstTailBytes) {
+    // Raw streams have no tail to look at: only their frames can be counted.
+    const bool hasTimes = (demuxer_.context()->iformat->flags & AVFMT_NOTIMESTAMPS) == 0;
+    if (fileSize_ > kFirstTailBytes && hasTimes) {
       const int status = demuxer_.seeksByByte() ? readTailByBytes() : readTailByIndex();
       if (status < 0 || everyStream([this](int i) { return hasEnd(i) && foundInTail_; })) return status;
       if (fileSize_ > kMaxScanBytes && statesDurations()) return 0;
@@ -198,6 +217,7 @@ class Scanner {
   Demuxer& demuxer_;
   std::int64_t fileSize_;
   std::map<int, Latest> latest_;
+  std::map<int, std::vector<std::int64_t>> times_;  // of all packets seen
   AvPtr<AVPacket> packet_;
   PacketScan result_;
   bool inHead_ = true;

@@ -16,6 +16,7 @@ struct PacketSpan {
   std::int64_t count = 0;
   std::optional<std::int64_t> start;
   std::optional<std::int64_t> end;  ///< a last packet that states no duration lasts as long as the one before it
+  std::optional<bool> varies;       ///< whether the distances of the times differ by more than one tick
 };
 
 struct PacketScan {

@@ -14,7 +14,6 @@ extern "C" {
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/codec_code.h"
 #include "vistrelle/platform/media/ffmpeg/frame_geometry.h"
-#include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 #include "vistrelle/platform/media/ffmpeg/track_shape.h"
 
 namespace vistrelle::platform {
@@ -102,13 +101,11 @@ bool hasConstantRate(const AVFormatContext& container) {
 }
 
 std::optional<FrameRate> statedRate(const AVFormatContext& container, const AVStream& stream) {
-  for (const AVRational rate : {stream.avg_frame_rate, stream.r_frame_rate}) {
-    if (rate.num <= 0 || rate.den <= 0 || av_q2d(rate) > kFastestFrameRate) continue;
-    FrameRate stated = reduced(static_cast<std::uint64_t>(rate.num), static_cast<std::uint64_t>(rate.den));
-    if (hasConstantRate(container)) stated.varies = false;
-    return stated;
-  }
-  return std::nullopt;
+  const AVRational rate = stream.avg_frame_rate;
+  if (rate.num <= 0 || rate.den <= 0 || av_q2d(rate) > kFastestFrameRate) return std::nullopt;
+  FrameRate stated = reduced(static_cast<std::uint64_t>(rate.num), static_cast<std::uint64_t>(rate.den));
+  if (hasConstantRate(container)) stated.varies = false;
+  return stated;
 }
 
 OptionalText entryOf(const AVDictionary* dictionary, const char* key) {
@@ -173,6 +170,22 @@ StreamNotes noteStream(const AVFormatContext& container, const AVStream& stream,
                                !streamSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL).empty();
   notes.frameRate = track != nullptr ? sampleRate(*track) : statedRate(container, stream);
   return notes;
+}
+
+void completeFrameRate(StreamNotes& notes, const PacketSpan& packets, const TimeRange& range, float guessed) {
+  const MediaTime& duration = range.duration;
+  const auto count = static_cast<std::uint64_t>(packets.count);
+  std::uint64_t ticks = 0;
+  if (!notes.frameRate && count > 0 && duration.isNumeric() && duration.value > 0 &&
+      !__builtin_mul_overflow(count, static_cast<std::uint64_t>(duration.scale), &ticks)) {
+    notes.frameRate = reduced(ticks, static_cast<std::uint64_t>(duration.value));
+  }
+  if (!notes.frameRate && guessed > 0) {
+    constexpr int kLargest = 100000;
+    const AVRational rate = av_d2q(guessed, kLargest);
+    if (rate.num > 0 && rate.den > 0) notes.frameRate = FrameRate{rate.num, rate.den, std::nullopt};
+  }
+  if (notes.frameRate && !notes.frameRate->varies) notes.frameRate->varies = packets.varies;
 }
 
 }  // namespace vistrelle::platform

@@ -7,6 +7,7 @@
 #include "vistrelle/platform/imaging/picture.h"
 #include "vistrelle/platform/media/asset.h"
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
+#include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 #include "vistrelle/platform/media/mov/movie_header.h"
 
 namespace vistrelle::platform {
@@ -37,5 +38,9 @@ struct StreamNotes {
 /// The notes of a stream; `track` is the movie's own track where there is one.
 StreamNotes noteStream(const AVFormatContext& container, const AVStream& stream, MediaType type,
                        const mov::Track* track, bool isLookedInto);
+
+/// Adds what the packets of a stream that cover `range` say of its frame rate; their count is 0 where not all were
+/// seen. `guessed` serves where neither the container nor they tell.
+void completeFrameRate(StreamNotes& notes, const PacketSpan& packets, const TimeRange& range, float guessed);
 
 }  // namespace vistrelle::platform
