@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <optional>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 
@@ -22,26 +21,28 @@ class DecodedSpan {
     std::int64_t length = frameDuration(frame);
     if (frame.nb_samples > 0 && frame.sample_rate > 0) {
       length = av_rescale_q(frame.nb_samples, {1, frame.sample_rate}, timeBase_);
-    } else if (length <= 0 && last_ && time > *last_) {
-      length = time - *last_;
+    } else if (length <= 0 && any_ && time > last_) {
+      length = time - last_;
     }
-    first_ = first_ ? std::min(*first_, time) : time;
-    last_ = last_ ? std::max(*last_, time) : time;
-    end_ = std::max(end_.value_or(time), av_sat_add64(time, length));
+    first_ = any_ ? std::min(first_, time) : time;
+    last_ = any_ ? std::max(last_, time) : time;
+    end_ = std::max(any_ ? end_ : time, av_sat_add64(time, length));
+    any_ = true;
   }
 
   MediaTime duration() const {
-    if (!first_ || !end_ || timeBase_.num <= 0 || timeBase_.den <= 0) return MediaTime::zero();
-    std::int64_t ticks = av_sat_sub64(*end_, *first_);
+    if (!any_ || timeBase_.num <= 0 || timeBase_.den <= 0) return MediaTime::zero();
+    std::int64_t ticks = av_sat_sub64(end_, first_);
     if (__builtin_mul_overflow(ticks, std::int64_t{timeBase_.num}, &ticks)) return MediaTime::positiveInfinity();
     return MediaTime::make(ticks, timeBase_.den);
   }
 
  private:
   AVRational timeBase_;
-  std::optional<std::int64_t> first_;
-  std::optional<std::int64_t> last_;
-  std::optional<std::int64_t> end_;
+  bool any_ = false;
+  std::int64_t first_ = 0;
+  std::int64_t last_ = 0;
+  std::int64_t end_ = 0;
 };
 
 AvPtr<AVCodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase) {
