@@ -58,6 +58,42 @@ std::array<std::array<double, 2>, 3> chromaFactors(int matrix, int lines) {
   return {{{0, 2 * (1 - red)}, {-2 * (1 - blue) * blue / green, -2 * (1 - red) * red / green}, {2 * (1 - blue), 0}}};
 }
 
+// Plain loops, built for several generations of the processor; all give the same bits, as nothing is fused
+// (-ffp-contract=off). Sanitizers cannot have it: what picks the version runs before they are set up.
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__) && !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)
+#define VISTRELLE_WIDE __attribute__((target_clones("avx2", "default")))
+#else
+#define VISTRELLE_WIDE
+#endif
+
+struct Mixture {
+  float luma;
+  float blue;
+  float red;
+  float constant;
+};
+
+VISTRELLE_WIDE void mix(const std::uint16_t* luma, const std::uint16_t* blue, const std::uint16_t* red, int count,
+                        Mixture shares, std::uint8_t* out) {
+  for (int i = 0; i < count; ++i) {
+    const float value = static_cast<float>(luma[i]) * shares.luma + static_cast<float>(blue[i]) * shares.blue +
+                        static_cast<float>(red[i]) * shares.red + shares.constant;
+    out[i] = static_cast<std::uint8_t>(static_cast<int>(std::min(std::max(value, 0.0F), 255.0F)));
+  }
+}
+
+VISTRELLE_WIDE void interleave(const std::uint8_t* red, const std::uint8_t* green, const std::uint8_t* blue, int count,
+                               std::uint8_t* rgba) {
+  for (int i = 0; i < count; ++i) {
+    const auto at = static_cast<std::size_t>(i);
+    rgba[4 * at] = red[at];
+    rgba[4 * at + 1] = green[at];
+    rgba[4 * at + 2] = blue[at];
+    rgba[4 * at + 3] = 255;
+  }
+}
+
 }  // namespace
 
 ColourConversion::ColourConversion(const PlanarImage& image, const FrameLayout& layout)
@@ -99,22 +135,10 @@ void ColourConversion::toRgba8(const std::uint16_t* luma, const std::uint16_t* b
       const float fromBlue = chroma_[plane][0] * 255.0F;
       const float fromRed = chroma_[plane][1] * 255.0F;
       const float constant = 0.5F - lumaOffset_ * scale - chromaOffset_ * (fromBlue + fromRed);
-      std::uint8_t* out = planes[plane].data();
-      for (int i = 0; i < length; ++i) {
-        const float value = static_cast<float>(luma[start + i]) * scale +
-                            static_cast<float>(blue[start + i]) * fromBlue +
-                            static_cast<float>(red[start + i]) * fromRed + constant;
-        out[i] = static_cast<std::uint8_t>(static_cast<int>(std::min(std::max(value, 0.0F), 255.0F)));
-      }
+      mix(luma + start, blue + start, red + start, length, {scale, fromBlue, fromRed, constant}, planes[plane].data());
     }
-    std::uint8_t* target = rgba + static_cast<std::size_t>(start) * 4;
-    for (int i = 0; i < length; ++i) {
-      const auto at = static_cast<std::size_t>(i);
-      target[4 * at] = planes[0][at];
-      target[4 * at + 1] = planes[1][at];
-      target[4 * at + 2] = planes[2][at];
-      target[4 * at + 3] = 255;
-    }
+    interleave(planes[0].data(), planes[1].data(), planes[2].data(), length,
+               rgba + static_cast<std::size_t>(start) * 4);
   }
 }
 
