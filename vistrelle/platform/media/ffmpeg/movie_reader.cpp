@@ -119,6 +119,7 @@ void MovieReader::useMovFacts(const mov::MovieHeader& header) {
     stream.isProtected = track->isProtected;
     stream.range = rangeOf(*track, header);
     stream.frameRate = stream.type == MediaType::video ? frameRateOf(*track) : 0;
+    if (stream.type == MediaType::video) stream.edits = FrameEdits::of(*track, header);
     const TrackShape shape = shapeOf(*track);
     stream.cleanAperture = shape.cleanAperture;
     stream.pixelAspect = shape.pixelAspect;
