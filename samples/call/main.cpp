@@ -70,6 +70,8 @@ int main() {
   call::addFilesOperations(registry);
   call::addImageOperations(registry);
   call::addMovieOperations(registry);
+  call::addMovieeditOperations(registry);
+  call::addMovieinfoOperations(registry);
   call::addSystemOperations(registry);
   call::addDialogOperations(registry);
   call::addTextOperations(registry);

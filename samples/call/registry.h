@@ -61,6 +61,8 @@ void addCliOperations(Registry& registry);
 void addFilesOperations(Registry& registry);
 void addImageOperations(Registry& registry);
 void addMovieOperations(Registry& registry);
+void addMovieeditOperations(Registry& registry);
+void addMovieinfoOperations(Registry& registry);
 void addSystemOperations(Registry& registry);
 void addDialogOperations(Registry& registry);
 void addTextOperations(Registry& registry);

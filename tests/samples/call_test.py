@@ -13,11 +13,11 @@ MOVIE = str(SOURCE / "tests/data/prog_8s.mp4")
 
 # Headers that the modules share among their own sources.
 INTERNAL_HEADERS = {
-    "alert_session.h", "codec_names.h", "formats.h", "linked_text.h", "pieces.h", "protected_places.h", "replacing.h", "scanning.h",
-    "shell_words.h", "slots.h", "strings_lines.h", "text_reading.h", "whole_numbers.h"}
+    "alert_session.h", "codec_names.h", "formats.h", "linked_text.h", "movie_text.h", "pieces.h", "protected_places.h", "replacing.h",
+    "scanning.h", "shell_words.h", "slots.h", "strings_lines.h", "text_reading.h", "whole_numbers.h"}
 # Helpers that stand in a public header beside the operations.
 INTERNAL_FUNCTIONS = {
-    "containingFolder", "logVerbose", "mood", "prepareProcess", "readFloat", "tmpFolderReady", "tracksDescription",
+    "containingFolder", "logVerbose", "mood", "prepareProcess", "progressCommand", "readFloat", "tmpFolderReady", "tracksDescription",
     "timecodeSeconds", "visualTracks", "vistrelleMain"}
 
 
@@ -71,6 +71,27 @@ class Call(unittest.TestCase):
         self.assertEqual(answers[3]["result"], {"handle": 1})
         self.assertEqual(answers[4]["result"], 30)
         self.assertAlmostEqual(answers[5]["result"], 8, delta=0.1)
+
+    def test_a_composition_is_edited_and_written(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = folder + "/out.mov"
+            answers = call(op("mutableCompositionOf", {"movie": MOVIE}), op("movieCut", {"handle": 1}, 0, 20, 10),
+                           op("movieDuration", {"handle": 1}), op("movieToRescale", {"handle": 1}, 4, 2),
+                           op("MYMOVIEEDITset", {"handle": 2}), op("MYMOVIEEDITget"), op("movieDuration", {"handle": 3}),
+                           op("movieCut", {"movie": MOVIE}, 0, 20, 10), op("MYMOVIEEDITset", {"movie": MOVIE}),
+                           op("movieCutForceSize", MOVIE, path, 3, 1.5), op("movieDuration", {"movie": path}),
+                           op("qtAvExport", {"handle": 1}, folder + "/slow.mov", 0))
+            results = [answer.get("result") for answer in answers]
+            self.assertEqual(results[0], {"handle": 1})
+            self.assertIs(results[1], True)
+            self.assertAlmostEqual(results[2], 6, delta=0.1)
+            self.assertEqual(results[3], {"handle": 2})
+            self.assertAlmostEqual(results[6], 12, delta=0.2)
+            self.assertIs(results[7], False)
+            self.assertIn("a composition is needed", answers[8]["error"])
+            self.assertIs(results[9], True)
+            self.assertAlmostEqual(results[10], 3, delta=0.05)
+            self.assertIs(results[11], False)
 
     def test_a_picture_of_a_movie(self):
         with tempfile.TemporaryDirectory() as folder:
