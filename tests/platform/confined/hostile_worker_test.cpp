@@ -1,0 +1,449 @@
+// A worker that fails or lies costs its movie or its picture, and nothing else.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <limits>
+
+#include "tests/platform/confined/confined_movies.h"
+#include "tests/support/recording_log.h"
+#include "tests/support/scratch_folder.h"
+#include "vistrelle/platform/media/confined/picture_transfer.h"
+
+namespace vistrelle::testing {
+namespace {
+
+using platform::Channel;
+using platform::ConfinedMediaLibrary;
+using platform::ConfinedOptions;
+using platform::MediaTime;
+using platform::Message;
+using platform::WorkerBody;
+using platform::wire::Kind;
+namespace wire = platform::wire;
+
+constexpr std::uint32_t n(Kind kind) {
+  return static_cast<std::uint32_t>(kind);
+}
+
+/// A library whose workers run `body`. Threads of tests before this one may still be going.
+std::shared_ptr<ConfinedMediaLibrary> libraryOf(WorkerBody body, int silenceMilliseconds = 5000) {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
+  };
+#if defined(__SANITIZE_THREAD__)
+  constexpr int kMost = 2;
+#else
+  constexpr int kMost = 1;
+#endif
+  for (int i = 0; i < 500 && threads() > kMost; ++i) ::usleep(10000);
+  ConfinedOptions options;
+  options.silence = std::chrono::milliseconds(silenceMilliseconds);
+  options.longestAnswer = std::chrono::milliseconds(2 * silenceMilliseconds);
+  options.body = std::move(body);
+  const auto library = std::make_shared<ConfinedMediaLibrary>(options);
+  EXPECT_TRUE(library->prepare());
+  return library;
+}
+
+bool waitFor(const Channel& channel, Kind kind, Message* message) {
+  return channel.receive(message, -1, true) == Channel::Status::message && message->kind() == n(kind);
+}
+
+/// The movie of the fake workers: one video track that gives pictures.
+wire::Movie aMovie() {
+  wire::Movie movie;
+  movie.duration = platform::toWire(MediaTime::make(10, 1));
+  movie.isPlayable = 1;
+  movie.hasPictures = 1;
+  movie.tracks = 1;
+  return movie;
+}
+
+wire::Track aTrack() {
+  wire::Track track;
+  track.range = {platform::toWire(MediaTime::zero()), platform::toWire(MediaTime::make(10, 1))};
+  track.id = 1;
+  track.hasPictures = 1;
+  track.isDecodable = 1;
+  return track;
+}
+
+void serveOpen(const Channel& channel) {
+  Message message;
+  if (!waitFor(channel, Kind::open, &message)) ::_exit(0);
+  channel.send(Message(n(Kind::movie), aMovie()));
+  channel.send(Message(n(Kind::track), aTrack()));
+}
+
+wire::PlaneShape aShape() {
+  return {platform::codeOf("gray"), 64, 48};
+}
+
+wire::Frame aFrame() {
+  wire::Frame frame;
+  frame.time = platform::toWire(MediaTime::zero());
+  frame.hasPicture = 1;
+  frame.visible = {0, 0, 64, 48};
+  frame.presentationWidth = 64;
+  frame.presentationHeight = 48;
+  return frame;
+}
+
+/// Asks for a room of `shape` and returns its descriptor.
+platform::UniqueFd roomFor(const Channel& channel, const wire::PlaneShape& shape) {
+  channel.send(Message(n(Kind::roomWanted), shape));
+  Message answer;
+  if (!waitFor(channel, Kind::room, &answer)) ::_exit(0);
+  return answer.takeDescriptor();
+}
+
+/// Opens the movie in a library of such workers.
+std::shared_ptr<platform::ConfinedAsset> openWith(const std::shared_ptr<ConfinedMediaLibrary>& library) {
+  return loadedConfined(dataFile("prog_8s.mp4"), library);
+}
+
+void expectUnreadable(const std::string& what, const std::string& words, WorkerBody body, int silence = 5000) {
+  SCOPED_TRACE(what);
+  const auto library = libraryOf(std::move(body), silence);
+  RecordingLog log;
+  const auto asset = openWith(library);
+  ASSERT_TRUE(asset);
+  EXPECT_TRUE(asset->tracks().empty());
+  EXPECT_FALSE(asset->isPlayable());
+  EXPECT_FALSE(asset->makeImageGenerator());
+  const std::string start = "movie open          :-( '" + dataFile("prog_8s.mp4") + "': ";
+  EXPECT_TRUE(log.hasContaining(start + words)) << (log.lines().empty() ? "no line" : log.lines().back());
+}
+
+/// A worker that answers the opening with these messages.
+WorkerBody sends(std::vector<std::function<Message()>> messages) {
+  return [messages](const Channel& channel) {
+    Message message;
+    if (!waitFor(channel, Kind::open, &message)) ::_exit(0);
+    for (const auto& make : messages) channel.send(make());
+    ::pause();
+  };
+}
+
+TEST(HostileWorker, ThatEndsWhileOpeningIsAnUnreadableMovie) {
+  const auto afterOpen = [](auto act) -> WorkerBody {
+    return [act](const Channel& channel) {
+      Message message;
+      waitFor(channel, Kind::open, &message);
+      act();
+    };
+  };
+  expectUnreadable("exit", "the decoder ended: status 7", afterOpen([] { ::_exit(7); }));
+  expectUnreadable("crash", "the decoder ended: signal 11 (Segmentation fault)", afterOpen([] {
+                     ::signal(SIGSEGV, SIG_DFL);
+                     ::raise(SIGSEGV);
+                   }));
+  expectUnreadable("kill", "the decoder ended: signal 9 (Killed)", afterOpen([] { ::kill(::getpid(), SIGKILL); }));
+  expectUnreadable("at once", "the decoder ended: status 3", [](const Channel&) { ::_exit(3); });
+}
+
+TEST(HostileWorker, ThatNeverAnswersIsEnded) {
+  expectUnreadable(
+      "loops", "the decoder gave no sign of life",
+      [](const Channel&) {
+        for (std::atomic<int> turns = 0;; ++turns) {
+        }
+      },
+      300);
+  expectUnreadable(
+      "signs of life for ever", "the decoder took too long",
+      [](const Channel& channel) {
+        for (;;) {
+          channel.send(Message(n(Kind::progress), wire::Nothing{}));
+          ::usleep(20000);
+        }
+      },
+      300);
+}
+
+TEST(HostileWorker, NonsenseWhileOpeningIsAnUnreadableMovie) {
+  const std::string nonsense = "the decoder gave no sensible answer (";
+  const auto movie = [](auto change) {
+    return [change] {
+      wire::Movie answer = aMovie();
+      change(answer);
+      return Message(n(Kind::movie), answer);
+    };
+  };
+  const auto track = [](auto change) {
+    return [change] {
+      wire::Track answer = aTrack();
+      change(answer);
+      return Message(n(Kind::track), answer);
+    };
+  };
+  const auto plainMovie = movie([](wire::Movie&) {});
+  const auto plainTrack = track([](wire::Track&) {});
+  const std::pair<const char*, WorkerBody> lies[] = {
+      {"no body", sends({[] { return Message(n(Kind::movie)); }})},
+      {"short", sends({[] { return Message(n(Kind::movie), wire::Nothing{}); }})},
+      {"long", sends({[] { return Message(n(Kind::movie), aMovie(), "more"); }})},
+      {"unknown kind", sends({[] { return Message(4711, wire::Nothing{}); }})},
+      {"a user's message", sends({[] { return Message(n(Kind::open), wire::Open{}); }})},
+      {"a picture", sends({[] { return Message(n(Kind::frame), aFrame()); }})},
+      {"a track first", sends({plainTrack})},
+      {"a format first", sends({[] { return Message(n(Kind::format), wire::Format{}); }})},
+      {"two movies", sends({plainMovie, plainMovie})},
+      {"a million tracks", sends({movie([](wire::Movie& m) { m.tracks = 1000000; })})},
+      {"scale 0", sends({movie([](wire::Movie& m) { m.duration.scale = 0; })})},
+      {"negative scale", sends({movie([](wire::Movie& m) { m.duration.scale = -1; })})},
+      {"epoch", sends({movie([](wire::Movie& m) { m.duration.epoch = 5; })})},
+      {"no number", sends({movie([](wire::Movie& m) { m.naturalWidth = std::nan(""); })})},
+      {"infinite", sends({movie([](wire::Movie& m) { m.naturalHeight = std::numeric_limits<double>::infinity(); })})},
+      {"negative size", sends({plainMovie, track([](wire::Track& t) { t.naturalWidth = -1; })})},
+      {"track scale 0", sends({plainMovie, track([](wire::Track& t) { t.range.start.scale = 0; })})},
+      {"type", sends({plainMovie, track([](wire::Track& t) { t.type = 99; })})},
+      {"endless code", sends({plainMovie, track([](wire::Track& t) { t.typeCode.fill('x'); })})},
+      {"formats", sends({plainMovie, track([](wire::Track& t) { t.formats = 4000000000U; })})},
+      {"format missing", sends({plainMovie, track([](wire::Track& t) { t.formats = 1; }), plainTrack})},
+      {"format sizes", sends({plainMovie, track([](wire::Track& t) { t.formats = 1; }),
+                              [] {
+                                wire::Format format;
+                                format.width = -5;
+                                return Message(n(Kind::format), format);
+                              }})},
+      {"two greetings", sends({[] { return Message(n(Kind::hello), platform::ConfinementReport{1, 1, 1, 1}); },
+                               [] { return Message(n(Kind::hello), platform::ConfinementReport{1, 1, 1, 1}); }})},
+  };
+  for (const auto& [what, body] : lies) expectUnreadable(what, nonsense, body);
+}
+
+TEST(HostileWorker, DescriptorsAndFloodsAreNotTaken) {
+  expectUnreadable("a descriptor", "the decoder gave no sensible answer (no message)", [](const Channel& channel) {
+    Message message;
+    waitFor(channel, Kind::open, &message);
+    const platform::UniqueFd mine(::open("/dev/null", O_RDONLY));
+    channel.send(Message(n(Kind::movie), aMovie()), mine.get());
+    ::pause();
+  });
+  const auto library = libraryOf([](const Channel& channel) {
+    Message message;
+    waitFor(channel, Kind::open, &message);
+    while (channel.send(Message(n(Kind::log), wire::Nothing{}, std::string(30000, 'x')))) {
+    }
+  });
+  RecordingLog log;
+  EXPECT_TRUE(openWith(library)->tracks().empty());
+  EXPECT_LE(log.lines().size(), 5001U);
+  EXPECT_TRUE(log.hasContaining("a request that is not granted"));
+}
+
+TEST(HostileWorker, ReferencesLeadNowhereButBeneathTheFolder) {
+  const ScratchFolder folder;
+  const std::string movie = folder.write("movies/m.mov", readFile(dataFile("prog_8s.mp4")));
+  folder.write("secret", "s");
+  folder.write("movies/inside", "i");
+  ASSERT_EQ(::symlink("../secret", folder.file("movies/link").c_str()), 0);
+  const auto library = libraryOf([](const Channel& channel) {
+    Message message;
+    waitFor(channel, Kind::open, &message);
+    for (const std::string path : {"../secret", "/etc/passwd", "link", "inside", "", ".", "..", "a\0b"}) {
+      channel.send(Message(n(Kind::referenceWanted), wire::Nothing{}, path));
+      Message answer;
+      if (!waitFor(channel, Kind::reference, &answer)) ::_exit(0);
+      const bool isGranted = static_cast<bool>(answer.takeDescriptor());
+      channel.send(Message(n(Kind::log), wire::Nothing{}, path + (isGranted ? " granted" : " refused")));
+    }
+    channel.send(Message(n(Kind::referenceWanted), wire::Nothing{}, std::string_view("inside\0/x", 9)));
+    Message answer;
+    waitFor(channel, Kind::reference, &answer);
+    channel.send(Message(n(Kind::log), wire::Nothing{}, answer.takeDescriptor() ? "zero granted" : "zero refused"));
+    for (;;) channel.send(Message(n(Kind::referenceWanted), wire::Nothing{}, "inside"));
+  });
+  RecordingLog log;
+  const auto asset = loadedConfined(movie, library);
+  ASSERT_TRUE(asset);
+  const std::vector<std::string> lines = log.lines();
+  ASSERT_EQ(lines.size(), 10U);
+  EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 9),
+            (std::vector<std::string>{"../secret refused", "/etc/passwd refused", "link refused", "inside granted",
+                                      " refused", ". refused", ".. refused", "a refused", "zero refused"}));
+  EXPECT_NE(lines[9].find("a request that is not granted"), std::string::npos);
+}
+
+// ---- pictures ---------------------------------------------------------------------------------------
+
+/// Answers each request for a picture with `answer`.
+WorkerBody answersFramesWith(std::function<void(const Channel&)> answer) {
+  return [answer](const Channel& channel) {
+    serveOpen(channel);
+    for (Message message; waitFor(channel, Kind::copyFrame, &message);) answer(channel);
+  };
+}
+
+TEST(HostileWorker, AnHonestFakeIsBelieved) {
+  const auto library = libraryOf(answersFramesWith([](const Channel& channel) {
+    const platform::UniqueFd room = roomFor(channel, aShape());
+    const std::string pixels(64 * 48, '\x55');
+    (void)!::pwrite(room.get(), pixels.data(), pixels.size(), 0);
+    channel.send(Message(n(Kind::frame), aFrame()));
+  }));
+  const auto asset = openWith(library);
+  const auto result = asset->makeImageGenerator()->copyFrame(MediaTime::zero());
+  ASSERT_TRUE(result.picture) << result.error;
+  const auto& plane = result.picture->planar()->planes[0];
+  EXPECT_EQ(plane.data[0], 0x55);
+  EXPECT_EQ(plane.data[47 * plane.rowBytes + 63], 0x55);
+}
+
+TEST(HostileWorker, LiesAboutPicturesAreNoPictures) {
+  const auto withFrame = [](auto change) {
+    return [change](const Channel& channel) {
+      (void)roomFor(channel, aShape());
+      wire::Frame frame = aFrame();
+      change(frame);
+      channel.send(Message(n(Kind::frame), frame));
+    };
+  };
+  const auto withShape = [](const char* layout, std::int32_t width, std::int32_t height) {
+    return [layout, width, height](const Channel& channel) {
+      (void)roomFor(channel, {platform::codeOf(layout), width, height});
+      channel.send(Message(n(Kind::frame), aFrame()));
+    };
+  };
+  const std::pair<const char*, std::function<void(const Channel&)>> lies[] = {
+      {"no room", [](const Channel& channel) { channel.send(Message(n(Kind::frame), aFrame())); }},
+      {"a movie", [](const Channel& channel) { channel.send(Message(n(Kind::movie), aMovie())); }},
+      {"short", [](const Channel& channel) { channel.send(Message(n(Kind::frame), wire::Nothing{})); }},
+      {"scale 0", withFrame([](wire::Frame& f) { f.time.scale = 0; })},
+      {"outside", withFrame([](wire::Frame& f) { f.visible = {0, 0, 65, 48}; })},
+      {"before", withFrame([](wire::Frame& f) { f.visible = {-1, 0, 64, 48}; })},
+      {"nothing visible", withFrame([](wire::Frame& f) { f.visible = {0, 0, 0, 0}; })},
+      {"no number", withFrame([](wire::Frame& f) { f.visible[2] = std::nan(""); })},
+      {"no size", withFrame([](wire::Frame& f) { f.presentationWidth = 0; })},
+      {"infinite size", withFrame([](wire::Frame& f) {
+         f.presentationHeight = std::numeric_limits<double>::infinity();
+       })},
+      {"turns", withFrame([](wire::Frame& f) { f.quarterTurns = 4; })},
+      {"backward turns", withFrame([](wire::Frame& f) { f.quarterTurns = -1; })},
+      {"chroma", withFrame([](wire::Frame& f) { f.chromaLocation = 1000; })},
+      {"unknown layout", withShape("nothing", 64, 48)},
+      {"surface of a device", withShape("vaapi", 64, 48)},
+      {"no width", withShape("gray", 0, 48)},
+      {"negative", withShape("gray", 64, -48)},
+      {"too many pixels", withShape("gray", 1 << 20, 1 << 20)},
+      {"too many bytes", withShape("rgba64le", 1 << 14, 1 << 14)},
+      {"still writable",
+       [](const Channel& channel) {
+         const platform::UniqueFd room = roomFor(channel, aShape());
+         ::mmap(nullptr, 64, PROT_READ | PROT_WRITE, MAP_SHARED, room.get(), 0);
+         channel.send(Message(n(Kind::frame), aFrame()));
+         ::pause();
+       }},
+  };
+  for (const auto& [what, answer] : lies) {
+    SCOPED_TRACE(what);
+    const auto library = libraryOf(answersFramesWith(answer));
+    const auto asset = openWith(library);
+    const auto generator = asset->makeImageGenerator();
+    ASSERT_TRUE(generator);
+    for (int i = 0; i < 2; ++i) {
+      const auto result = generator->copyFrame(MediaTime::zero());
+      EXPECT_FALSE(result.picture);
+      EXPECT_FALSE(result.actualTime.isValid());
+      EXPECT_NE(result.error.find("the decoder gave no sensible answer"), std::string::npos) << result.error;
+    }
+  }
+}
+
+TEST(HostileWorker, ARoomNeitherGrowsNorShrinks) {
+  const auto library = libraryOf(answersFramesWith([](const Channel& channel) {
+    const platform::UniqueFd room = roomFor(channel, aShape());
+    const bool changed = ::ftruncate(room.get(), 0) == 0 || ::ftruncate(room.get(), 1 << 20) == 0;
+    channel.send(Message(n(Kind::log), wire::Nothing{}, changed ? "changed" : "kept"));
+    channel.send(Message(n(Kind::frame), aFrame()));
+  }));
+  RecordingLog log;
+  EXPECT_TRUE(openWith(library)->makeImageGenerator()->copyFrame(MediaTime::zero()).picture);
+  EXPECT_TRUE(log.has("kept"));
+}
+
+// ---- real workers that meet their end ---------------------------------------------------------------
+
+TEST(WorkerEnd, AFreshWorkerServesTheNextTimes) {
+  const auto asset = loadedConfined(dataFile("prog_8s.mp4"));
+  ASSERT_TRUE(asset);
+  const auto generator = asset->makeImageGenerator();
+  const std::vector<MediaTime> times{MediaTime::make(1, 1), MediaTime::make(2, 1), MediaTime::make(3, 1)};
+  generator->announce(times);
+  ASSERT_TRUE(generator->copyFrame(times[0]).picture);
+  for (const int signal : {SIGKILL, SIGSEGV}) {
+    const pid_t former = asset->movie()->workerProcess();
+    ASSERT_EQ(::kill(former, signal), 0);
+    ::usleep(50000);
+    const auto lost = generator->copyFrame(times[1]);
+    EXPECT_FALSE(lost.picture);
+    EXPECT_NE(lost.error.find("the decoder ended: signal"), std::string::npos) << lost.error;
+    EXPECT_TRUE(generator->copyFrame(times[1]).picture);
+    EXPECT_NE(asset->movie()->workerProcess(), former);
+  }
+  EXPECT_TRUE(generator->copyFrame(times[2]).picture);
+}
+
+TEST(WorkerEnd, AWorkerThatStandsStillIsReplaced) {
+  ConfinedOptions options;
+  const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); }, 300);
+  const auto asset = openWith(library);
+  ASSERT_TRUE(asset);
+  const auto generator = asset->makeImageGenerator();
+  ASSERT_TRUE(generator->copyFrame(MediaTime::zero()).picture);
+  ASSERT_EQ(::kill(asset->movie()->workerProcess(), SIGSTOP), 0);
+  EXPECT_EQ(generator->copyFrame(MediaTime::zero()).error, "the decoder gave no sign of life");
+  EXPECT_TRUE(generator->copyFrame(MediaTime::zero()).picture);
+}
+
+TEST(WorkerEnd, WithoutTheNurseryThereAreErrorsOnly) {
+  const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); });
+  const auto asset = openWith(library);
+  ASSERT_TRUE(asset);
+  const auto generator = asset->makeImageGenerator();
+  ::kill(library->nursery()->process(), SIGKILL);
+  ::usleep(100000);
+  EXPECT_FALSE(generator->copyFrame(MediaTime::zero()).picture);
+  EXPECT_EQ(generator->copyFrame(MediaTime::zero()).error, "the process that makes decoders has ended");
+  RecordingLog log;
+  EXPECT_TRUE(openWith(library)->tracks().empty());
+  EXPECT_TRUE(log.hasContaining("the process that makes decoders has ended"));
+}
+
+TEST(WorkerEnd, LoadingThatIsCalledOffEndsItsWorker) {
+  const auto library = libraryOf([](const Channel&) { ::pause(); }, 60000);
+  const auto asset = library->openAsset(dataFile("prog_8s.mp4"), {});
+  const auto ended = std::make_shared<platform::Signal>();
+  asset->loadValuesAsynchronously({}, [ended] { ended->set(); });
+  ::usleep(50000);
+  asset->cancelLoading();
+  EXPECT_TRUE(ended->waitReal(std::chrono::seconds(5)));
+  EXPECT_TRUE(asset->tracks().empty());
+}
+
+TEST(WorkerEnd, MemoryThatIsRefusedEndsIt) {
+  const auto library = libraryOf([](const Channel& channel) {
+    platform::WorkerOptions options;
+    options.limits.dataBytes = 24 << 20;
+    platform::runWorker(channel, options);
+  });
+  const auto asset = openWith(library);
+  ASSERT_TRUE(asset);
+  const auto generator = asset->makeImageGenerator();
+  if (generator) {
+    const auto result = generator->copyFrame(MediaTime::make(4, 1));
+    EXPECT_FALSE(result.picture);
+  }
+}
+
+}  // namespace
+}  // namespace vistrelle::testing
