@@ -62,6 +62,13 @@ std::shared_ptr<p::Asset> openMovie(const Json& json) {
   return asset;
 }
 
+std::shared_ptr<p::Composition> openComposition(const Json& json) {
+  const std::shared_ptr<p::Asset> movie = openMovie(json);
+  auto composition = std::dynamic_pointer_cast<p::Composition>(movie);
+  if (movie && !composition) throw WrongArgument("a composition is needed");
+  return composition;
+}
+
 namespace {
 
 p::Value objectValue(const Json& json) {

@@ -17,6 +17,7 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/imaging/picture.h"
 #include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/composition.h"
 #include "vistrelle/platform/media/media_time.h"
 
 /// How the arguments and results of operations look in JSON.
@@ -68,6 +69,8 @@ vistrelle::platform::Value toValue(const Json& json);
 Json fromValue(const vistrelle::platform::Value& value);
 
 std::shared_ptr<vistrelle::platform::Asset> openMovie(const Json& json);
+/// A movie argument where only a composition will do.
+std::shared_ptr<vistrelle::platform::Composition> openComposition(const Json& json);
 std::shared_ptr<const vistrelle::platform::Picture> openPicture(const Json& json);
 vistrelle::platform::Colour toColour(const Json& json);
 Json fromNumber(double number);
@@ -97,6 +100,8 @@ T fromShared(const Json& json) {
   if (json.is_null()) return nullptr;
   if constexpr (std::is_same_v<std::remove_const_t<Object>, p::Asset>)
     return openMovie(json);
+  else if constexpr (std::is_same_v<Object, p::Composition>)
+    return openComposition(json);
   else if constexpr (std::is_same_v<std::remove_const_t<Object>, p::Picture>)
     return openPicture(json);
   else if (json.is_object() && json.contains("handle"))
@@ -162,7 +167,11 @@ Json result(const T& value) {
   } else if constexpr (IsPair<T>::value) {
     return Json::array({result(value.first), result(value.second)});
   } else if constexpr (IsShared<T>::value) {
-    return value ? Json{{"handle", Handles::all().keep(value)}} : Json();
+    // A composition is kept as a movie: operations on movies take it too.
+    if constexpr (std::is_same_v<typename T::element_type, p::Composition>)
+      return result(std::shared_ptr<p::Asset>(value));
+    else
+      return value ? Json{{"handle", Handles::all().keep(value)}} : Json();
   } else if constexpr (std::is_same_v<T, p::MediaTime>) {
     if (!value.isNumeric()) return Json();
     return Json{{"value", value.value}, {"scale", value.scale}};
