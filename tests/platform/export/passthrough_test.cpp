@@ -138,6 +138,30 @@ std::vector<std::string> x264(const std::vector<std::string>& more) {
   return options;
 }
 
+std::vector<std::string> hevc(const std::vector<std::string>& more) {
+  std::vector<std::string> options{"-c:v",      "libx265",      "-preset",
+                                   "ultrafast", "-x265-params", "log-level=error:keyint=12:bframes=3:open-gop=1"};
+  options.insert(options.end(), more.begin(), more.end());
+  return options;
+}
+
+std::string codingName(const ::testing::TestParamInfo<Coding>& tested) {
+  std::string name = tested.param.name;
+  std::ranges::replace(name, '.', '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    otherContainers, Passthrough,
+    ::testing::Values(Coding{"h264.mkv", x264({})}, Coding{"h264.ts", x264({})}, Coding{"h264.avi", x264({})},
+                      Coding{"h264.flv", x264({})}, Coding{"hevc.mkv", hevc({})}, Coding{"hevc.ts", hevc({})},
+                      Coding{"mpeg4.avi", {"-c:v", "mpeg4", "-q:v", "3", "-bf", "2", "-g", "12"}},
+                      Coding{"mpeg4.mkv", {"-c:v", "mpeg4", "-q:v", "3", "-bf", "2", "-g", "12"}},
+                      Coding{"mpeg2.ts", {"-c:v", "mpeg2video", "-q:v", "3", "-bf", "2", "-g", "12"}},
+                      Coding{"mjpeg.avi", {"-c:v", "mjpeg", "-q:v", "3"}},
+                      Coding{"prores.mkv", {"-c:v", "prores_ks", "-profile:v", "0"}}),
+    codingName);
+
 INSTANTIATE_TEST_SUITE_P(
     movFamily, Passthrough,
     ::testing::Values(Coding{"closed.mov", x264({})},
@@ -145,17 +169,11 @@ INSTANTIATE_TEST_SUITE_P(
                       Coding{"open.mov", x264({"-x264-params", "open-gop=1:scenecut=0:b-adapt=0", "-bf", "3"})},
                       Coding{"fragments.mp4", x264({"-movflags", "frag_keyframe+delay_moov"})},
                       Coding{"plain.mp4", {"-c:v", "libx264", "-preset", "veryfast", "-bf", "0", "-g", "25"}},
-                      Coding{"hevc.mp4",
-                             {"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
-                              "log-level=error:keyint=12:bframes=3:open-gop=1", "-tag:v", "hvc1"}},
+                      Coding{"hevc.mp4", hevc({"-tag:v", "hvc1"})},
                       Coding{"mpeg4.mov", {"-c:v", "mpeg4", "-q:v", "3", "-bf", "2", "-g", "12"}},
                       Coding{"prores.mov", {"-c:v", "prores_ks", "-profile:v", "0"}},
                       Coding{"mjpeg.mov", {"-c:v", "mjpeg", "-q:v", "3"}}),
-    [](const ::testing::TestParamInfo<Coding>& tested) {
-      std::string name = tested.param.name;
-      std::ranges::replace(name, '.', '_');
-      return name;
-    });
+    codingName);
 
 }  // namespace
 }  // namespace vistrelle::testing
