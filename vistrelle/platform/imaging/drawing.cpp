@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "vistrelle/platform/imaging/colour_conversion.h"
+#include "vistrelle/platform/imaging/deinterlacing.h"
 #include "vistrelle/platform/imaging/frame_scaler.h"
 #include "vistrelle/platform/imaging/row_sources.h"
 
@@ -157,11 +158,13 @@ bool renderInOnePass(const PlanarImage& frame, const FrameLayout& layout, const 
 
 bool render(const Picture& picture, const Layer& layer, std::uint8_t* target, std::size_t rowBytes) {
   std::unique_ptr<RowSource> rows;
-  if (const PlanarImage* frame = picture.planar()) {
-    const auto layout = frameLayout(*frame);
+  PlanarImage frame;  // read by the rows
+  if (const PlanarImage* planar = picture.planar()) {
+    const auto layout = frameLayout(*planar);
     if (!layout) return false;
-    if (renderInOnePass(*frame, *layout, layer, target, rowBytes)) return true;
-    rows = frameRows(*frame, *layout);
+    frame = deinterlaced(*planar, *layout);
+    if (renderInOnePass(frame, *layout, layer, target, rowBytes)) return true;
+    rows = frameRows(frame, *layout);
   } else {
     rows = bitmapRows(*picture.bitmap());
   }
