@@ -91,6 +91,10 @@ usual() {  # usual NAME ARGUMENTS...: 100 frames, 25 a second
   numbered "$name" 25/1 100 "$@"
 }
 
+xvid() {
+  awk 'BEGIN { for (i = 0; i < 97; ++i) printf "%.6f %d\n", (i + (i > 0) + (i > 2)) / 25, i; printf "3.96 98\n" }'
+}
+
 needs() {  # needs NAME: another numbered movie that this one is made from
   if [ ! -s "$1" ]; then "$script" . "$1" || failed=1; fi
 }
@@ -160,7 +164,11 @@ nearest='-sws_flags neighbor'
   usual mpeg4.mp4 -c:v mpeg4 -g 25 -bf 2 -b:v 700k
   usual mpeg4.avi -c:v mpeg4 -g 25 -bf 2 -b:v 700k
   usual mpeg4_no_b.avi -c:v mpeg4 -g 25 -bf 0 -b:v 700k
-  usual mpeg4_xvid.avi -c:v libxvid -g 25 -bf 2 -b:v 700k
+  if is_wanted mpeg4_xvid.avi; then
+    usual mpeg4_xvid.avi -c:v libxvid -g 25 -bf 2 -b:v 700k
+    # Packed B-frames: the encoder leaves the second and the fifth chunk empty, and the former frame stays.
+    xvid >mpeg4_xvid.avi.truth
+  fi
   usual mpeg4.mkv -c:v mpeg4 -g 25 -bf 2 -b:v 700k
   usual mpeg4.3gp -c:v mpeg4 -g 25 -b:v 700k
   usual raw.m4v -c:v mpeg4 -g 25 -bf 2 -b:v 700k
@@ -312,7 +320,7 @@ pairs | changed doubled_times.mkv h264_no_b.mp4 -i h264_no_b.mp4 -c copy -bsf:v 
 # Matroska cannot say times before zero: without times the frames are counted, from the first that is there.
 truth 25 1 75 25 | changed negative_start.mkv h264_open.mp4 -ss 1.37 -i h264_open.mp4 -c copy \
   -avoid_negative_ts disabled
-truth 25 1 100 | changed packed_b.avi mpeg4_xvid.avi -i mpeg4_xvid.avi -c copy
+xvid | changed packed_b.avi mpeg4_xvid.avi -i mpeg4_xvid.avi -c copy
 truth 25 1 100 | changed rewrapped.ts h264_closed.mp4 -i h264_closed.mp4 -c copy
 truth 25 1 100 | changed rewrapped.mkv h264.ts -i h264.ts -c copy
 

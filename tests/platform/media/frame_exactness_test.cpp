@@ -33,7 +33,7 @@ struct Tally {
     ++checked;
     const ReferenceFrame& wanted = reference.frames[reference.indexAt(time)];
     const platform::PlanarImage* image = result.picture ? result.picture->planar() : nullptr;
-    if (image != nullptr && hashOf(*image) == wanted.hash && result.actualTime == wanted.time) {
+    if (image != nullptr && hashOf(*image) == wanted.hash && reference.isTimeOf(wanted, result.actualTime)) {
       ++exact;
     } else if (firstMiss.empty()) {
       firstMiss = how + " at " + time.description() + ": wanted " + wanted.time.description() + ", got " +

@@ -33,8 +33,12 @@ struct Reference {
   std::string error;                   // empty when it could be decoded
   std::vector<ReferenceFrame> frames;  // in presentation order
   bool counted = false;
-  std::int64_t pixels = 0;  // of all frames together
+  std::int64_t pixels = 0;                                 // of all frames together
+  platform::MediaTime tick = platform::MediaTime::zero();  // edits: how finely the track tells times
 
+  bool isTimeOf(const ReferenceFrame& frame, const platform::MediaTime& time) const {
+    return time.isNumeric() && frame.time - tick <= time && time <= frame.time + tick;
+  }
   /// The last frame not after `time`, the first one when all are later.
   std::size_t indexAt(const platform::MediaTime& time) const {
     std::size_t index = 0;
@@ -218,14 +222,16 @@ class LinearDecode {
           if (i > first && ((!isOpen && frame.time >= media + length) || edit.rate == 0)) break;
           // A frame that began before the edit is on screen from the edit's start.
           const MediaTime own = start + (frame.time - media);
-          frame.time = own < start ? start : own;
+          frame.time = (own < start ? start : own).convertedTo(stream_->time_base.den);
           shown.push_back(frame);
         }
         if (isOpen) break;
       }
       start = start + length;
     }
-    if (!shown.empty()) reference_.frames = std::move(shown);
+    if (shown.empty()) return;
+    reference_.frames = std::move(shown);
+    reference_.tick = MediaTime::make(perTick, stream_->time_base.den);
   }
 
   std::string path_;

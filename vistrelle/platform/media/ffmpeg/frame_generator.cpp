@@ -80,14 +80,16 @@ class Generator : public FrameGenerator {
       return false;
     }
     MediaTime first = MediaTime::zero();
-    if (times == TimesKind::contradictory) {
+    if (times != TimesKind::notStated) {
       const FrameRun::Answer answer = search_->find(0);
       if (answer.kind != FrameRun::Answer::Kind::found) {
         *error = answer.error;
         return false;
       }
       if (answer.frame->picture->pts != AV_NOPTS_VALUE) {
-        first = FrameTimeline::byTicks(timeBase, zero).timeOf(answer.frame->picture->pts);
+        const std::int64_t firstTick = answer.frame->picture->pts;
+        first = FrameTimeline::byTicks(timeBase, zero).timeOf(firstTick);
+        if (times == TimesKind::incomplete) run_->rules().firstTick = firstTick;
       }
     }
     timeline_ = FrameTimeline::byCount(rules.rate, first);

@@ -1,5 +1,7 @@
 #include "vistrelle/platform/media/ffmpeg/frame_packets.h"
 
+#include <string_view>
+
 namespace vistrelle::platform {
 
 namespace {
@@ -20,6 +22,33 @@ void FramePackets::forgetQueue() {
   atEnd_ = false;
   failure_.clear();
   unreadable_ = 0;
+  lastIndexed_ = -1;
+}
+
+// Where chunks of an AVI file cannot be read, libavformat counts on as if they were not there; the index knows better.
+void FramePackets::placeByIndex(AVPacket& packet) {
+  constexpr int kChunkHeader = 8;
+  AVStream* stream = this->stream();
+  const int count = avformat_index_get_entries_count(stream);
+  int first = lastIndexed_ + 1;
+  for (int end = count; first < end;) {
+    const int middle = first + (end - first) / 2;
+    if (avformat_index_get_entry(stream, middle)->pos + kChunkHeader < packet.pos) {
+      first = middle + 1;
+    } else {
+      end = middle;
+    }
+  }
+  if (first >= count) return;
+  const AVIndexEntry& entry = *avformat_index_get_entry(stream, first);
+  if (entry.pos + kChunkHeader != packet.pos) return;
+  for (int skipped = lastIndexed_ + 1; lastIndexed_ >= 0 && skipped < first; ++skipped) {
+    if (avformat_index_get_entry(stream, skipped)->size > 0) ++unreadable_;
+  }
+  lastIndexed_ = first;
+  if (entry.timestamp <= packet.dts) return;
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts += entry.timestamp - packet.dts;
+  packet.dts = entry.timestamp;
 }
 
 bool FramePackets::restart() {
@@ -33,6 +62,9 @@ bool FramePackets::restart() {
     failure_ = error.empty() ? "the movie cannot be read any more" : error;
     return false;
   }
+  // The index counts sound in bytes.
+  isAvi_ = std::string_view(demuxer_->context()->iformat->name) == "avi" &&
+           stream()->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
   ++statistics_.reopenings;
   demuxer_->selectStream(streamIndex_);
   untouched_ = true;
@@ -82,6 +114,7 @@ bool FramePackets::readMore() {
       failure_ = "the movie's pictures are encrypted";
       return false;
     }
+    if (isAvi_) placeByIndex(*packet);
     ++statistics_.packetsRead;
     queuedBytes_ += packet->size;
     queue_.push_back(std::move(packet));

@@ -54,6 +54,7 @@ class FramePackets {
 
  private:
   void forgetQueue();
+  void placeByIndex(AVPacket& packet);
 
   std::shared_ptr<MovieSource> source_;
   int streamIndex_;
@@ -65,6 +66,8 @@ class FramePackets {
   bool atEnd_ = false;
   std::string failure_;
   int unreadable_ = 0;
+  bool isAvi_ = false;
+  int lastIndexed_ = -1;  ///< AVI: the index entry of the last packet
 };
 
 }  // namespace vistrelle::platform

@@ -96,6 +96,8 @@ bool isLandingPacket(const AVPacket& packet, const AVCodecParameters& parameters
       return isHevcRandomAccess(packet, parameters);
     case AV_CODEC_ID_H264:
       return !refreshesGradually(packet, parameters);
+    case AV_CODEC_ID_H261:
+      return false;  // every packet is flagged as a key
     default:
       return true;
   }

@@ -97,7 +97,7 @@ bool FrameRun::prepareDecoder(std::int64_t target, std::string* error) {
     decoder_.reset();
     const StreamFacts& facts = source_->streams()[static_cast<std::size_t>(streamIndex_)];
     decoder_ = FrameDecoder::open(*facts.parameters, packets_.stream()->time_base, threading, options_.threads,
-                                  patient_, error);
+                                  patient_, error, source_->interrupt()->limits);
   }
   landed_ = decoder_ != nullptr;
   return landed_;
@@ -235,6 +235,11 @@ std::optional<std::int64_t> FrameRun::placeOf(const AVFrame& frame) const {
 }
 
 std::shared_ptr<const Frame> FrameRun::accept(AVFrame& frame) {
+  if (rules_.firstTick && frame.pts != AV_NOPTS_VALUE) {
+    // Frames may have been lost since the last one that said its time.
+    const std::int64_t ticks = av_sat_sub64(frame.pts, *rules_.firstTick);
+    framesSeen_ = std::max(framesSeen_, av_rescale_q(ticks, packets_.stream()->time_base, av_inv_q(rules_.rate)));
+  }
   const std::optional<std::int64_t> place = placeOf(frame);
   ++framesSeen_;
   ++statistics_.framesDecoded;
@@ -243,8 +248,9 @@ std::shared_ptr<const Frame> FrameRun::accept(AVFrame& frame) {
   const bool isDamaged = frame.decode_error_flags != 0 || (frame.flags & AV_FRAME_FLAG_CORRUPT) != 0;
   if (isDamaged) {
     ++damage_.damagedFrames;
-  } else if (isKeyFrame(frame) && decoder_->threading() == FrameDecoder::Threading::one) {
-    // With several threads errors are not reported in the order of the frames.
+  } else if (isKeyFrame(frame) && !rules_.isCounted && decoder_->threading() == FrameDecoder::Threading::one) {
+    // With several threads errors are not reported in the order of the frames. Where frames are counted, no key brings
+    // back the certainty of the count.
     damage_ = {};
   }
   auto owned = std::shared_ptr<AVFrame>(av_frame_alloc(), AvDeleter());

@@ -42,6 +42,7 @@ struct RunRules {
   bool isIntraOnly = false;        ///< every packet is a frame that stands for itself
   bool decodingTimesHold = false;  ///< a packet's decoding time is stated and never after its presentation time
   AVRational rate{0, 1};
+  std::optional<std::int64_t> firstTick;  ///< counted, but stated times hold: that of the first frame
   LandingRules landing;
 };
 

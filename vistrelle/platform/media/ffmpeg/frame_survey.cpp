@@ -18,6 +18,7 @@ struct Findings {
   bool missing = false;
   bool doubled = false;
   bool backwards = false;
+  bool reordered = false;  // presentation and decoding times differ somewhere
   std::int64_t earliest = std::numeric_limits<std::int64_t>::max();
 };
 
@@ -46,6 +47,7 @@ class Survey {
         found.earliest = std::min(found.earliest, packet_->pts);
       }
       if (packet_->dts == AV_NOPTS_VALUE) continue;
+      found.reordered |= packet_->pts != packet_->dts;
       found.backwards |= packet_->dts < lastDts;
       lastDts = packet_->dts;
     }
@@ -95,7 +97,11 @@ TimesKind surveyPackets(MovieSource& source, int streamIndex) {
     return contradictsAtPlaces(*demuxer, survey, size) ? TimesKind::contradictory : TimesKind::stated;
   }
   const Findings found = survey.read(isSmall ? std::numeric_limits<int>::max() : kPacketsAtHead, false);
-  return found.missing || found.doubled || found.backwards ? TimesKind::contradictory : TimesKind::stated;
+  // MXF states decoding times in place of presentation times for what it wraps frame by frame.
+  const bool isReordered = demuxer->stream(streamIndex)->codecpar->video_delay > 0;
+  const bool lies = isNamed(*demuxer, "mxf") && isReordered && !found.reordered;
+  if (found.doubled || found.backwards || lies) return TimesKind::contradictory;
+  return found.missing ? TimesKind::incomplete : TimesKind::stated;
 }
 
 }  // namespace

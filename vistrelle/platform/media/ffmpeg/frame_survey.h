@@ -8,7 +8,8 @@ namespace vistrelle::platform {
 enum class TimesKind {
   stated,        ///< every frame says when it is shown
   notStated,     ///< the container has no presentation times: frames are counted from zero
-  contradictory  ///< some are missing, doubled or run backwards: frames are counted from the first one's time
+  incomplete,    ///< some are missing, those that are there hold: frames are counted from one to the next of them
+  contradictory  ///< some are doubled or run backwards: frames are counted from the first one's time
 };
 
 /// Looks at the container and, where that says nothing, at the packets: all of a small movie, those at several places
