@@ -144,7 +144,7 @@ std::optional<PictureDecoder::Picture> PictureDecoder::next(std::string* error) 
   return Picture{frame->picture, time};
 }
 
-PictureDecoder* PictureWalk::decoderFor(const Piece& piece, std::string* error) {
+PictureDecoder* PictureWalk::decoderFor(const PlayedPiece& piece, std::string* error) {
   if (decoded_ != piece.track.get()) {
     decoder_ = PictureDecoder::open(piece.track, error);
     decoded_ = decoder_ ? piece.track.get() : nullptr;
@@ -154,7 +154,7 @@ PictureDecoder* PictureWalk::decoderFor(const Piece& piece, std::string* error) 
 
 std::optional<PictureWalk::Shown> PictureWalk::next(std::string* error) {
   if (current_ == pieces_.size()) return Shown{nullptr, position_, position_, nullptr};
-  const Piece& piece = pieces_[current_];
+  const PlayedPiece& piece = pieces_[current_];
   if (!begun_) {
     if (!position_.isValid()) position_ = piece.target.start;
     if (position_ < piece.target.start) {
@@ -168,7 +168,8 @@ std::optional<PictureWalk::Shown> PictureWalk::next(std::string* error) {
     held_ = std::move(*first);
     begun_ = true;
   }
-  std::optional<PictureDecoder::Picture> following = decoder_->next(error);
+  std::optional<PictureDecoder::Picture> following = PictureDecoder::Picture{};
+  if (!piece.isStill()) following = decoder_->next(error);
   if (!following) return std::nullopt;
   Shown shown{held_.frame, position_, piece.target.end(), decoder_.get()};
   if (following->frame && following->time < piece.source.end()) {
@@ -189,7 +190,7 @@ std::int32_t PictureWalk::timeScale(std::string* error) {
     const std::int64_t whole = std::int64_t{time.scale} / std::gcd(time.value, std::int64_t{time.scale});
     scale = std::lcm(scale, whole);
   };
-  for (const Piece& piece : pieces_) {
+  for (const PlayedPiece& piece : pieces_) {
     const PictureDecoder* decoder = decoderFor(piece, error);
     if (decoder == nullptr) return 0;
     include(piece.target.start);

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "vistrelle/platform/media/export/pieces.h"
+#include "vistrelle/platform/media/export/played_pieces.h"
 #include "vistrelle/platform/media/ffmpeg/frame_geometry.h"
 #include "vistrelle/platform/media/ffmpeg/frame_plan.h"
 #include "vistrelle/platform/media/ffmpeg/frame_run.h"
@@ -58,7 +58,7 @@ class PictureDecoder {
 /// The pictures of one track's timeline in order.
 class PictureWalk {
  public:
-  explicit PictureWalk(std::vector<Piece> pieces) : pieces_(std::move(pieces)) {}
+  explicit PictureWalk(std::vector<PlayedPiece> pieces) : pieces_(std::move(pieces)) {}
 
   struct Shown {
     std::shared_ptr<const AVFrame> frame;  ///< empty: nothing is shown
@@ -75,9 +75,9 @@ class PictureWalk {
   std::int32_t timeScale(std::string* error);
 
  private:
-  PictureDecoder* decoderFor(const Piece& piece, std::string* error);
+  PictureDecoder* decoderFor(const PlayedPiece& piece, std::string* error);
 
-  std::vector<Piece> pieces_;
+  std::vector<PlayedPiece> pieces_;
   std::size_t current_ = 0;
   bool begun_ = false;
   MediaTime position_ = MediaTime::invalid();

@@ -80,7 +80,7 @@ bool ProResExport::openSound(std::string* error) {
 bool ProResExport::openPictures(std::string* error) {
   const std::shared_ptr<Track> track = pictureTrackOf(asset_);
   if (!track) return true;
-  std::optional<std::vector<Piece>> pieces = piecesOf(track, error);
+  std::optional<std::vector<PlayedPiece>> pieces = playedPiecesOf(track, error);
   if (!pieces) return false;
   if (pieces->empty()) return true;
   pictureEnd_ = pieces->back().target.end().seconds();

@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include "vistrelle/platform/base/format.h"
-#include "vistrelle/platform/media/export/pieces.h"
+#include "vistrelle/platform/media/export/played_pieces.h"
 #include "vistrelle/platform/media/ffmpeg/frame_landing.h"
 #include "vistrelle/platform/media/ffmpeg/frame_timeline.h"
 

@@ -30,7 +30,7 @@ int nearestOf(const std::vector<int>& rates, int rate) {
 }
 
 /// The rate at which the source's samples are to be taken for the piece to last as long as it shall.
-void ratesFor(const Piece& piece, int sourceRate, int targetRate, int* from, int* to) {
+void ratesFor(const PlayedPiece& piece, int sourceRate, int targetRate, int* from, int* to) {
   *from = sourceRate;
   *to = targetRate;
   if (!piece.isScaled()) return;
@@ -43,7 +43,7 @@ void ratesFor(const Piece& piece, int sourceRate, int targetRate, int* from, int
 }
 
 std::unique_ptr<SwrContext, SwrDeleter> makeConverter(const SoundDecoder& decoder, AVSampleFormat sampleFormat,
-                                                      const Piece& piece, const SoundFormat& format,
+                                                      const PlayedPiece& piece, const SoundFormat& format,
                                                       std::string* error) {
   int from = 0;
   int to = 0;
@@ -79,7 +79,7 @@ std::unique_ptr<SwrContext, SwrDeleter> makeConverter(const SoundDecoder& decode
 }  // namespace
 
 bool SoundTrack::beginPiece(std::string* error) {
-  const Piece& piece = pieces_[current_];
+  const PlayedPiece& piece = pieces_[current_];
   if (decoded_ != piece.track.get()) {
     decoder_ = SoundDecoder::open(piece.track, error);
     decoded_ = decoder_ ? piece.track.get() : nullptr;
@@ -192,7 +192,7 @@ bool SoundTrack::addTo(const std::vector<float*>& planes, int count, std::string
   const std::int64_t end = position_ + count;
   const std::int64_t begin = position_;
   while (position_ < end && current_ < pieces_.size()) {
-    const Piece& piece = pieces_[current_];
+    const PlayedPiece& piece = pieces_[current_];
     const std::int64_t pieceStart = unitsOf(piece.target.start, format_.rate);
     const std::int64_t pieceEnd = unitsOf(piece.target.end(), format_.rate);
     if (position_ < pieceStart) {
@@ -232,15 +232,15 @@ std::unique_ptr<SoundMix> SoundMix::open(const Asset& asset, const Wishes& wishe
     chosen.resize(1);
   }
   std::unique_ptr<SoundMix> mix(new SoundMix);
-  std::vector<std::vector<Piece>> all;
+  std::vector<std::vector<PlayedPiece>> all;
   MediaTime end = MediaTime::zero();
   for (const auto& track : chosen) {
-    std::optional<std::vector<Piece>> pieces = piecesOf(track, error);
+    std::optional<std::vector<PlayedPiece>> pieces = playedPiecesOf(track, error);
     if (!pieces) return nullptr;
     if (pieces->empty()) continue;
     end = std::max(end, endOf(*track));
     const MovieTrack* looked = nullptr;
-    for (const Piece& piece : *pieces) {
+    for (const PlayedPiece& piece : *pieces) {
       if (piece.track.get() == looked) continue;
       looked = piece.track.get();
       const auto decoder = SoundDecoder::open(piece.track, error);
@@ -254,7 +254,7 @@ std::unique_ptr<SoundMix> SoundMix::open(const Asset& asset, const Wishes& wishe
   if (all.empty()) return nullptr;
   mix->format_.rate = nearestOf(wishes.rates, mix->format_.rate);
   mix->length_ = unitsOf(end, mix->format_.rate);
-  for (std::vector<Piece>& pieces : all) {
+  for (std::vector<PlayedPiece>& pieces : all) {
     mix->tracks_.push_back(std::make_unique<SoundTrack>(std::move(pieces), mix->format_));
   }
   return mix;

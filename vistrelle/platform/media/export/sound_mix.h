@@ -11,7 +11,7 @@ extern "C" {
 #include <vector>
 
 #include "vistrelle/platform/media/asset.h"
-#include "vistrelle/platform/media/export/pieces.h"
+#include "vistrelle/platform/media/export/played_pieces.h"
 #include "vistrelle/platform/media/export/sound_decoder.h"
 
 namespace vistrelle::platform {
@@ -29,7 +29,8 @@ struct SwrDeleter {
 /// The sound of one track's timeline, from zero on, without gaps.
 class SoundTrack {
  public:
-  SoundTrack(std::vector<Piece> pieces, const SoundFormat& format) : pieces_(std::move(pieces)), format_(format) {}
+  SoundTrack(std::vector<PlayedPiece> pieces, const SoundFormat& format)
+      : pieces_(std::move(pieces)), format_(format) {}
 
   /// Adds the next `count` samples to the planes. False with an error text.
   bool addTo(const std::vector<float*>& planes, int count, std::string* error);
@@ -42,7 +43,7 @@ class SoundTrack {
   bool feedBlock(const SoundDecoder::Block& block, std::string* error);
   std::size_t kept() const { return ready_.empty() ? 0 : ready_.front().size() - taken_; }
 
-  std::vector<Piece> pieces_;
+  std::vector<PlayedPiece> pieces_;
   SoundFormat format_;
   std::size_t current_ = 0;    // of pieces_
   bool begun_ = false;         // the current piece

@@ -65,4 +65,17 @@ MediaTime FrameEdits::shownSince(const MediaTime& frame, const MediaTime& time) 
   return std::max(stretch.start, stretch.start + (frame - stretch.media));
 }
 
+std::vector<FrameEdits::Shown> FrameEdits::shownDuring(const TimeRange& range) const {
+  std::vector<Shown> shown;
+  for (const Stretch& stretch : stretches_) {
+    const MediaTime start = std::max(stretch.start, range.start);
+    const MediaTime end = std::min(stretch.end, range.end());
+    if (start >= end) continue;
+    const MediaTime length = end - start;
+    const MediaTime media = stretch.isStill ? stretch.media : stretch.media + (start - stretch.start);
+    shown.push_back({{start, length}, {media, stretch.isStill ? MediaTime::zero() : length}});
+  }
+  return shown;
+}
+
 }  // namespace vistrelle::platform

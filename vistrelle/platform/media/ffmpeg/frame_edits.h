@@ -25,6 +25,15 @@ class FrameEdits {
   /// Since when the frame of the track's time `frame` is on screen at `time` of the movie.
   MediaTime shownSince(const MediaTime& frame, const MediaTime& time) const;
 
+  /// What of the track's own timeline is on screen during a stretch of the movie's, both of the same length unless one
+  /// frame stays all the time: then `media` has none.
+  struct Shown {
+    TimeRange movie;
+    TimeRange media;
+  };
+  /// Everything that is shown in a range of the movie, in order; between the parts there is nothing.
+  std::vector<Shown> shownDuring(const TimeRange& range) const;
+
  private:
   struct Stretch {
     MediaTime start;  ///< of the movie
