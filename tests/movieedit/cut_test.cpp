@@ -269,6 +269,14 @@ TEST_F(Cut, TheSourceItselfAsDestinationStaysUntilItIsReplaced) {
   EXPECT_EQ(testing::readFile(path).size(), 2048U);
 }
 
+TEST_F(Cut, AFolderThatHoldsTheSourceIsRefused) {
+  const std::string path = add("inner/src.mov", movieOf(100, 0));
+  EXPECT_FALSE(movieCutForceSize(path, folder.file("inner"), 30, 0));
+  EXPECT_EQ(testing::readFile(path), "movie");
+  EXPECT_TRUE(record.has("movieCutForceSize   :-( destination holds the source"));
+  EXPECT_TRUE(exports->records.empty());
+}
+
 TEST_F(Cut, TheHomeFolderIsExpandedInBothPaths) {
   const char* home = std::getenv("HOME");
   const std::string former = home != nullptr ? home : "";

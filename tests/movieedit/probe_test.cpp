@@ -124,6 +124,22 @@ TEST_F(Probe, RemuxRewrapsBesideTheInputAndOverwrites) {
   }));
 }
 
+TEST_F(Probe, ASecondRemuxOfTheSameNameIsLoadedAnew) {
+  NEEDS_MOUNTS();
+  const std::string input = copied("v1.mp4", "a.mp4");
+  EXPECT_TRUE(testing::inChild([&] {
+    linkFfmpeg();
+    const RecordingLog quiet;
+    EXPECT_TRUE(ffmpegRemuxMov(input));
+    const double first = MYMOVIEget()->duration().seconds();
+    std::filesystem::copy_file(testing::sampleMovie("prog_8s.mp4"), input,
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_TRUE(ffmpegRemuxMov(input));
+    EXPECT_NE(MYMOVIEget()->duration().seconds(), first);
+    EXPECT_NEAR(MYMOVIEget()->duration().seconds(), 8, 0.1);
+  }));
+}
+
 TEST_F(Probe, RemuxOfSoundAloneHasNoPictures) {
   NEEDS_MOUNTS();
   const std::string input = testing::soundClip(folder);

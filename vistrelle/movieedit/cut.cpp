@@ -122,6 +122,13 @@ bool isSameFile(const OptionalText& a, const OptionalText& b) {
   return first && second && first->sameFile(*second);
 }
 
+/// Whether removing `folder` would take the file at `path` with it.
+bool isInside(const OptionalText& path, const OptionalText& folder) {
+  if (!path || !folder) return false;
+  const std::string place = platform::fileManager().get()->resolvedPath(*path).value_or(*path);
+  return place.starts_with(platform::canonicalPath(*folder) + "/");
+}
+
 OptionalText expanded(const OptionalText& path) {
   return path ? OptionalText(platform::expandingTilde(*path)) : std::nullopt;
 }
@@ -183,6 +190,9 @@ bool movieCutForceSize(const OptionalText& source, const OptionalText& destinati
   // Intended: the start is taken off, not added.
   const bool isTooShort = static_cast<double>(keep) - start > static_cast<double>(seconds);
   if (!(isTooShort ? cutShortSource(seconds, keep, start) : cutLongSource(keep, start))) return false;
+  if (isThere(to) && isInside(from, to)) {
+    return failWith("movieCutForceSize   :-( destination holds the source", MYMOVIEEDITrelease);
+  }
   if (isThere(to) && !isSameFile(from, to)) rmCocoa(to);
   if (!qtAvExport(MYMOVIEEDITget(), to, kExportPassthrough)) {
     return failWith("movieCutForceSize   :-( fin (echec Export)", MYMOVIEEDITrelease);

@@ -24,8 +24,9 @@ bool movieCut(const Movie& composition, std::int64_t first, std::int64_t second,
 
 /// Writes the stretch of the movie at `source` that begins at `start` seconds (taken to the tenth, none below 0.1) and
 /// ends `keep` seconds into what then remains (0: with the movie) to `destination` as a QuickTime movie; all of it when
-/// keep - start is more than its length. True when the destination exists afterwards. Fills MYMOVIE and MYMOVIEEDIT;
-/// the latter keeps the cut movie on success.
+/// keep - start is more than its length. An existing destination is removed before the export, unless it is the source
+/// itself, which the export replaces at its end; a folder that holds the source is refused. True when the destination
+/// exists afterwards. Fills MYMOVIE and MYMOVIEEDIT; the latter keeps the cut movie on success.
 bool movieCutForceSize(const platform::OptionalText& source, const platform::OptionalText& destination,
                        std::int64_t keep, double start);
 

@@ -41,6 +41,8 @@ bool ffmpegRemuxMov(const OptionalText& path) {
   const std::string source = platform::expandingTilde(*path);
   const std::string output = platform::appendingPathExtension(source, "mov");
   if (!testPresenceCocoa(platform::Value(kRemuxTool))) log("ffmpegRemuxMov      :-( no tool at '{}'", kRemuxTool);
+  // The tool writes into the file that such a movie is read from.
+  if (MYMOVIEpathGet() == platform::standardizedPath(output)) MYMOVIErelease();
   taskArray(
       std::vector<std::string>{kRemuxTool, "-i", source, "-c:v", "copy", "-strict", "experimental", "-y", output});
   if (!movieLoad(output)) return false;
