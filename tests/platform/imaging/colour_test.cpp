@@ -243,17 +243,21 @@ TEST(HighDynamicRange, DiffuseWhiteIsNearWhite) {
   }
 }
 
-TEST(HighDynamicRange, TonesRiseToWhiteAtThePeakAndStayThere) {
+TEST(HighDynamicRange, TonesRiseAsFarAsTheCodeReaches) {
   int former = -1;
-  for (const double light : {0.0, 1.0, 5.0, 20.0, 50.0, 100.0, 203.0, 400.0, 700.0, 990.0}) {
+  for (const double light : {0.0, 1.0, 5.0, 20.0, 50.0, 100.0, 203.0, 400.0, 700.0, 1000.0, 2000.0, 4500.0}) {
     const int value = grayOf(pqCoded(light), 16)[1];
     EXPECT_GT(value, former) << light;
     former = value;
   }
-  EXPECT_GE(grayOf(pqCoded(1000), 16)[1], 254);
+  EXPECT_NEAR(grayOf(pqCoded(1000), 16)[1], 252, 1);
   EXPECT_EQ(grayOf(1.0, 16)[1], 255);
   EXPECT_EQ(grayOf(0.0, 16), (Rgba{0, 0, 0, 255}));
+  EXPECT_EQ(grayOf(0.0, 18), (Rgba{0, 0, 0, 255}));
   EXPECT_GE(grayOf(1.0, 18)[1], 254);
+  for (int step = 1; step <= 20; ++step) {
+    EXPECT_GT(grayOf(step / 20.0, 18)[1], grayOf((step - 1) / 20.0, 18)[1]) << "HLG " << step;
+  }
   // Darker tones keep their light: 20 cd/m2 is a tenth of diffuse white, coded 90.
   EXPECT_NEAR(grayOf(pqCoded(20.3), 16)[1], 89, 2);
 }

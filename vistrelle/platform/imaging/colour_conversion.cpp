@@ -97,7 +97,7 @@ VISTRELLE_WIDE void interleave(const std::uint8_t* red, const std::uint8_t* gree
 }  // namespace
 
 ColourConversion::ColourConversion(const PlanarImage& image, const FrameLayout& layout)
-    : tones_(ToneMapping::make(image.colour)) {
+    : tones_(ToneMapping::make(image.colour, layout.isXyz)) {
   // Samples of d bits stand in the upper bits of 16: code value c is c x 2^(16-d).
   const double full = std::ldexp(std::ldexp(1.0, layout.depth) - 1, 16 - layout.depth);
   const double lumaSpan = layout.fullRange ? full : 219.0 * 256;

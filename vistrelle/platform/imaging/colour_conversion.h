@@ -12,8 +12,8 @@ struct FrameLayout;
 class ToneMapping;
 
 /// Turns samples of a frame into sRGB by the frame's own tags. Reserved and unknown code points count as untagged:
-/// BT.709 from 720 lines up, BT.601 below. PQ and HLG are tone mapped so that diffuse white (203 cd/m2) comes out
-/// near 235.
+/// BT.709 from 720 lines up, BT.601 below. What is not coded as BT.709 or sRGB goes
+/// through ToneMapping.
 class ColourConversion {
  public:
   ColourConversion(const PlanarImage& image, const FrameLayout& layout);

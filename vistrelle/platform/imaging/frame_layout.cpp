@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdlib>
 
@@ -52,17 +53,23 @@ std::optional<FrameLayout> frameLayout(const PlanarImage& image) {
   if (fullByName) name.erase(kFullRangePrefix.size() - 1, 1);
   const AVPixelFormat format = av_get_pix_fmt(name.c_str());
   const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-  constexpr std::uint64_t kUnsupported = AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER | AV_PIX_FMT_FLAG_FLOAT;
-  if (!descriptor || (descriptor->flags & kUnsupported) != 0 || name.starts_with("xyz")) return std::nullopt;
+  constexpr std::uint64_t kUnsupported = AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER;
+  if (!descriptor || (descriptor->flags & kUnsupported) != 0) return std::nullopt;
+  const bool isFloat = (descriptor->flags & AV_PIX_FMT_FLAG_FLOAT) != 0;
+  const bool isForeign = ((descriptor->flags & AV_PIX_FMT_FLAG_BE) != 0) != (std::endian::native == std::endian::big);
+  if (isFloat && (descriptor->comp[0].depth != 32 || isForeign)) return std::nullopt;
 
   constexpr std::uint64_t kRgb = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL;
   FrameLayout layout;
   layout.format = format;
-  layout.isRgb = (descriptor->flags & kRgb) != 0;
+  layout.isXyz = name.starts_with("xyz");
+  layout.isFloat = isFloat;
+  layout.isRgb = (descriptor->flags & kRgb) != 0 || layout.isXyz || isFloat;
   layout.isGray = !layout.isRgb && descriptor->nb_components < 3;
   layout.hasAlpha = (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL)) != 0;
   const bool fullByDefault = fullByName || layout.isRgb || layout.isGray;
-  layout.fullRange = image.colour.range == kRangeFull || (image.colour.range != kRangeLimited && fullByDefault);
+  layout.fullRange = layout.isXyz || isFloat || image.colour.range == kRangeFull ||
+                     (image.colour.range != kRangeLimited && fullByDefault);
   layout.croppable = !packsSubsampledChroma(*descriptor) && (descriptor->flags & AV_PIX_FMT_FLAG_BITSTREAM) == 0;
   layout.depth = descriptor->comp[0].depth;
   layout.chromaShiftX = descriptor->log2_chroma_w;

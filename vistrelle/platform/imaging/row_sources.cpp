@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -43,19 +44,28 @@ class RgbRows : public RowSource {
     }
     isPalette_ = (descriptor_.flags & AV_PIX_FMT_FLAG_PAL) != 0;
     components_ = isPalette_ ? 4 : descriptor_.nb_components;
+    isFloat_ = layout.isFloat;
   }
 
   void read(int y, int first, int last, float* rgba) override {
     const int count = last - first + 1;
     samples_.resize(static_cast<std::size_t>(count));
+    if (isFloat_) floats_.resize(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) rgba[4 * i + 3] = 1;
     if (isPalette_) {
       readPalette(y, first, count, rgba);
     } else {
       for (int component = 0; component < components_; ++component) readComponent(component, y, first, count, rgba);
     }
+    if (components_ < 3) {
+      // Gray, perhaps with alpha.
+      for (int i = 0; i < count; ++i) {
+        if (components_ == 2) rgba[4 * i + 3] = rgba[4 * i + 1];
+        rgba[4 * i + 1] = rgba[4 * i + 2] = rgba[4 * i];
+      }
+    }
     conversion_.mapTones(rgba, count);
-    if (components_ < 4) return;
+    if (components_ == 1 || components_ == 3) return;
     for (int i = 0; i < count; ++i) {
       for (int part = 0; part < 3; ++part) rgba[4 * i + part] *= rgba[4 * i + 3];
     }
@@ -78,6 +88,15 @@ class RgbRows : public RowSource {
   }
 
   void readComponent(int component, int y, int first, int count, float* rgba) {
+    if (isFloat_) {
+      av_read_image_line2(floats_.data(), data_.data(), rowBytes_.data(), &descriptor_, first, y, component, count, 0,
+                          sizeof(floats_[0]));
+      for (int i = 0; i < count; ++i) {
+        const auto value = std::bit_cast<float>(floats_[static_cast<std::size_t>(i)]);
+        rgba[4 * i + component] = value > 0 ? std::min(value, 1.0F) : 0.0F;  // what is no number is black
+      }
+      return;
+    }
     readSamples(component, y, first, count);
     const int depth = descriptor_.comp[component].depth;
     const bool limited = !fullRange_ && component < 3;
@@ -98,6 +117,8 @@ class RgbRows : public RowSource {
   std::array<const std::uint8_t*, 4> data_{};
   std::array<int, 4> rowBytes_{};
   std::vector<std::uint16_t> samples_;
+  bool isFloat_ = false;
+  std::vector<std::uint32_t> floats_;
 };
 
 /// Luma and chroma, chroma brought to full resolution.
