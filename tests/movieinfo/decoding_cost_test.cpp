@@ -26,17 +26,16 @@ using testing::ForwardingGenerator;
 /// Tells what a generator had done when it was destroyed.
 class WatchedGenerator : public ForwardingGenerator {
  public:
-  WatchedGenerator(std::unique_ptr<ImageGenerator> next, std::vector<FrameStatistics>& seen)
-      : ForwardingGenerator(nullptr), seen_(seen), next_(std::move(next)) {}
-  ~WatchedGenerator() override { seen_.push_back(dynamic_cast<FrameGenerator&>(*next_).statistics()); }
-  void setAppliesPreferredTrackTransform(bool applies) override { next_->setAppliesPreferredTrackTransform(applies); }
-  void setApertureMode(platform::ApertureMode mode) override { next_->setApertureMode(mode); }
-  void announce(std::span<const MediaTime> times) override { next_->announce(times); }
-  platform::FrameResult copyFrame(const MediaTime& time) override { return next_->copyFrame(time); }
+  WatchedGenerator(std::unique_ptr<ImageGenerator>&& next, std::vector<FrameStatistics>& seen)
+      : WatchedGenerator(dynamic_cast<FrameGenerator&>(*next), std::move(next), seen) {}
+  ~WatchedGenerator() override { seen_.push_back(watched_.statistics()); }
 
  private:
+  WatchedGenerator(FrameGenerator& watched, std::unique_ptr<ImageGenerator>&& next, std::vector<FrameStatistics>& seen)
+      : ForwardingGenerator(std::move(next)), watched_(watched), seen_(seen) {}
+
+  FrameGenerator& watched_;
   std::vector<FrameStatistics>& seen_;
-  std::unique_ptr<ImageGenerator> next_;
 };
 
 class WatchedAsset : public ForwardingAsset {

@@ -93,6 +93,19 @@ class Call(unittest.TestCase):
             self.assertAlmostEqual(results[10], 3, delta=0.05)
             self.assertIs(results[11], False)
 
+    def test_the_information_of_a_movie(self):
+        infos, size, none, drm, count, rate = call(
+            op("qtInfos", MOVIE), op("movieApertureSize", {"movie": MOVIE}), op("qtOffsetMs", MOVIE),
+            op("infoDicoHasDrm", {"a0_codec": "drms"}), op("timecodeTrackSampleCount", MOVIE), op("bitrateLimit", 700, 3600))
+        self.assertEqual(infos["result"], {
+            "w_duration": 8, "v0_fps": 30, "v0_codec": "h264", "a0_codec": "aac", "w_width": 640, "w_height": 360,
+            "v0_width": 640, "v0_height": 360, "v0_dar": "16:9", "v0_par": "1:1"})
+        self.assertEqual(size["result"], [640, 360])
+        self.assertIsNone(none["result"])
+        self.assertIs(drm["result"], True)
+        self.assertEqual(drm["log"], ["dicoContainsItunesDR:-( DRM protected file (a0_codec=drms)"])
+        self.assertEqual([count["result"], rate["result"]], [-12345, 1439])
+
     def test_a_picture_of_a_movie(self):
         with tempfile.TemporaryDirectory() as folder:
             path = folder + "/out.jpg"
