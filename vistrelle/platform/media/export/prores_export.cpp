@@ -196,6 +196,11 @@ bool ProResExport::showPicture(std::string* error) {
     }
     frame->pts = start;
     frame->pict_type = AV_PICTURE_TYPE_NONE;
+    // The encoder writes what each frame says.
+    frame->color_primaries = encoder_->color_primaries;
+    frame->color_trc = encoder_->color_trc;
+    frame->colorspace = encoder_->colorspace;
+    frame->color_range = encoder_->color_range;
     setFields(*frame, encoder_->field_order != AV_FIELD_PROGRESSIVE, encoder_->field_order == AV_FIELD_TT);
     durations_.push_back(step);
     if (!encode(frame.get(), error)) return false;
