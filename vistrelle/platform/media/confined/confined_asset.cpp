@@ -7,6 +7,7 @@
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/ahead_generator.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -68,7 +69,7 @@ class ConfinedGenerator : public ImageGenerator {
 }  // namespace
 
 std::unique_ptr<ImageGenerator> ConfinedTrack::makeImageGenerator() const {
-  return record_.hasPictures ? std::make_unique<ConfinedGenerator>(movie_, index_) : nullptr;
+  return record_.hasPictures ? workingAhead(std::make_unique<ConfinedGenerator>(movie_, index_)) : nullptr;
 }
 
 /// What the asset and its loading thread share.
@@ -182,7 +183,8 @@ Size ConfinedAsset::naturalSize() const {
 }
 
 std::unique_ptr<ImageGenerator> ConfinedAsset::makeImageGenerator() {
-  return record().hasPictures ? std::make_unique<ConfinedGenerator>(state_->movie, -1) : nullptr;
+  // The worker decodes the next picture while this process scales and writes the one before.
+  return record().hasPictures ? workingAhead(std::make_unique<ConfinedGenerator>(state_->movie, -1)) : nullptr;
 }
 
 const std::shared_ptr<ConfinedMovie>& ConfinedAsset::movie() const {
