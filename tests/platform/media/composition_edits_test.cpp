@@ -249,6 +249,30 @@ TEST(CompositionFacts, AreThoseOfTheSources) {
   EXPECT_EQ(formats[1].width, 32);
 }
 
+TEST(CompositionFacts, DetailsAreThoseOfTheFirstSourceButForLengthsAndClocks) {
+  const auto first = source(4);
+  first->told.codec = "h264";
+  first->told.rotation = 90;
+  first->told.frameRate.emplace();
+  first->told.headerDuration = timeOf(4);
+  first->told.decodedDuration = timeOf(4);
+  first->told.startTimecode = "01:00:00:00";
+  const auto track = trackOf(first, rangeFrom(0, 4));
+  EXPECT_EQ(track->details().codec, "h264");
+  EXPECT_EQ(track->details().rotation, 90);
+  EXPECT_TRUE(track->details().frameRate);
+  EXPECT_FALSE(track->details().headerDuration.isValid());
+  EXPECT_FALSE(track->details().decodedDuration.isValid());
+  EXPECT_FALSE(track->details().startTimecode);
+  track->insertTimeRange(rangeFrom(0, 4), source(4), timeOf(4), nullptr);
+  EXPECT_EQ(track->details().codec, "h264");
+  EXPECT_FALSE(track->details().frameRate);
+  const auto slower = trackOf(first, rangeFrom(0, 4));
+  slower->scaleTimeRange(rangeFrom(0, 4), timeOf(8));
+  EXPECT_FALSE(slower->details().frameRate);
+  EXPECT_FALSE(Composition::make()->addMutableTrack(MediaType::video, 0)->details().codec);
+}
+
 TEST(CompositionFacts, ASlowerTrackShowsFewerFramesASecond) {
   const auto track = trackOf(std::make_shared<NumberedTrack>(30, 300, 0), rangeFrom(0, 10));
   track->scaleTimeRange(rangeFrom(0, 10), timeOf(20));

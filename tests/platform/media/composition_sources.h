@@ -58,8 +58,10 @@ class NumberedTrack : public platform::Track {
   platform::TimeRange timeRange() const override { return rangeFrom(start_, count_, rate_); }
   float nominalFrameRate() const override { return static_cast<float>(rate_); }
   bool isDecodable() const override { return true; }
+  platform::TrackDetails details() const override { return told; }
   std::unique_ptr<platform::ImageGenerator> makeImageGenerator() const override;
 
+  platform::TrackDetails told;
   std::int32_t id = 1;
   platform::OptionalText code = "vide";
   std::vector<platform::FormatDescription> formats;

@@ -19,7 +19,7 @@ struct Segment {
 
 /// A track made of segments that follow each other without gaps, the first from zero on. Its facts are those of its
 /// sources: code and natural size of the first, the descriptions of all in order without repeats, enabled when one of
-/// them is (or it has none), frames a second over all that is not empty.
+/// them is (or it has none), frames a second over all that is not empty, further details of the first.
 /// Times stay exact while a 32-bit scale can say them; beyond that they are rounded by less than a nanosecond or to
 /// the finer of two scales, and flagged. An edit whose result no time can say is not made.
 class CompositionTrack : public Track {

@@ -114,6 +114,24 @@ bool SegmentTrack::isProtected() const {
   return std::ranges::any_of(sources(), [](const auto& source) { return source->isProtected(); });
 }
 
+/// Those of the first source, but for what its movie says of lengths and clocks; its rate only where it alone is shown
+/// at its own speed.
+TrackDetails SegmentTrack::details() const {
+  std::vector<Segment> all = segments();
+  std::erase_if(all, [](const Segment& segment) { return !segment.track; });
+  if (all.empty()) return {};
+  const std::shared_ptr<Track>& first = all.front().track;
+  TrackDetails details = first->details();
+  details.headerDuration = MediaTime::invalid();
+  details.decodedDuration = MediaTime::invalid();
+  details.startTimecode.reset();
+  const bool isAlone = std::ranges::all_of(all, [&first](const Segment& segment) {
+    return segment.track == first && segment.source.duration == segment.target.duration;
+  });
+  if (!isAlone) details.frameRate.reset();
+  return details;
+}
+
 std::unique_ptr<ImageGenerator> SegmentTrack::makeImageGenerator() const {
   return type_ == MediaType::video ? makeCompositionGenerator(segments()) : nullptr;
 }

@@ -26,6 +26,7 @@ class SegmentTrack : public CompositionTrack {
   float nominalFrameRate() const override;
   bool isDecodable() const override;
   bool isProtected() const override;
+  TrackDetails details() const override;
   std::unique_ptr<ImageGenerator> makeImageGenerator() const override;
 
   bool insertTimeRange(const TimeRange& range, const std::shared_ptr<Track>& track, const MediaTime& at,
