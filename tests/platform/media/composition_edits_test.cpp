@@ -341,6 +341,20 @@ TEST(CompositionOfMovies, EachTrackIsUsedOnceAndNewOnesKeepTheirNumbers) {
   EXPECT_EQ(tracks[2]->segments().front().track, sound2);
 }
 
+TEST(CompositionOfMovies, TracksOfOtherKindsAreNotMixed) {
+  const auto sprite = source(4, 0, MediaType::other);
+  const auto tween = source(4, 0, MediaType::other);
+  sprite->code = "sprt";
+  tween->code = "twen";
+  const auto composition = Composition::make();
+  composition->insertTimeRange(rangeFrom(0, 4), movie({sprite}, timeOf(4)), timeOf(0), nullptr);
+  composition->insertTimeRange(rangeFrom(0, 4), movie({tween, sprite}, timeOf(4)), timeOf(4), nullptr);
+  ASSERT_EQ(composition->tracks().size(), 2U);
+  EXPECT_EQ(told(composition->mutableTracks()[0]->segments()), "0+4 at 0+4, 0+4 at 4+4");
+  EXPECT_EQ(told(composition->mutableTracks()[1]->segments()), "- at 0+4, 0+4 at 4+4");
+  EXPECT_EQ(composition->tracks()[1]->mediaTypeCode(), "twen");
+}
+
 TEST(CompositionOfMovies, AMovieCanBeInsertedIntoItself) {
   const auto composition = Composition::make();
   composition->insertTimeRange(rangeFrom(0, 4), movie({source(4), source(3, 0, MediaType::audio)}, timeOf(4)),

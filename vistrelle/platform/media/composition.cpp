@@ -17,6 +17,12 @@ bool fail(std::string* error, const char* text) {
   return false;
 }
 
+/// Whether `source` can lie behind what the track holds.
+bool suits(const SegmentTrack& track, const Track& source) {
+  if (track.mediaType() != source.mediaType()) return false;
+  return track.segments().empty() || track.mediaTypeCode() == source.mediaTypeCode();
+}
+
 class TracksTogether : public Composition {
  public:
   std::string description() const override { return format("<Composition: {} tracks>", allTracks().size()); }
@@ -138,14 +144,14 @@ bool TracksTogether::insertPieces(const std::vector<std::pair<std::shared_ptr<Tr
   if (!(std::max(duration(), at) + length).isNumeric()) return false;
   std::vector<TrackOfSegments> isFree = allTracks();
   for (const auto& [source, pieces] : sources) {
-    const MediaType type = source->mediaType();
-    const auto found = std::ranges::find_if(isFree, [type](const auto& track) { return track->mediaType() == type; });
+    const auto found =
+        std::ranges::find_if(isFree, [&from = *source](const auto& track) { return suits(*track, from); });
     TrackOfSegments target;
     if (found != isFree.end()) {
       target = *found;
       isFree.erase(found);
     } else {
-      target = add(type, source->trackId());
+      target = add(source->mediaType(), source->trackId());
     }
     SegmentList filled = pieces;
     SegmentList laid = target->pieces();

@@ -49,11 +49,11 @@ class Composition : public Asset {
   /// Its tracks as tracks that can be edited, in their order.
   virtual std::vector<std::shared_ptr<CompositionTrack>> mutableTracks() const = 0;
   /// Inserts `range` of every track of `asset` at `at`, each into the first of this composition's tracks of its media
-  /// type that is free for it, else into a new one (with the number it has there, where that is free); all tracks stay
-  /// in step. A movie may be inserted into itself. The range is clipped to the movie's duration; tracks that are
-  /// shorter are filled up with empty stretches wherever something follows, and so is the first one when otherwise
-  /// the whole would be shorter than the range.
-  /// False with an error text, and nothing changed, when the range or the time is invalid or the movie has no track.
+  /// type and code that is free for it, else into a new one (with the number it has there, where that is free); all
+  /// tracks stay in step. A movie may be inserted into itself. The range is clipped to the movie's duration; tracks
+  /// that are shorter are filled up with empty stretches wherever something follows, and so is the first one when
+  /// otherwise the whole would be shorter than the range. False with an error text, and nothing changed, when the range
+  /// or the time is invalid or the movie has no track.
   virtual bool insertTimeRange(const TimeRange& range, const std::shared_ptr<Asset>& asset, const MediaTime& at,
                                std::string* error) = 0;
   /// The same on all tracks.
