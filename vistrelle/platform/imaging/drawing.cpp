@@ -9,6 +9,7 @@
 #include "vistrelle/platform/imaging/colour_conversion.h"
 #include "vistrelle/platform/imaging/deinterlacing.h"
 #include "vistrelle/platform/imaging/frame_scaler.h"
+#include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/imaging/row_sources.h"
 
 namespace vistrelle::platform {
@@ -149,10 +150,12 @@ bool renderInOnePass(const PlanarImage& frame, const FrameLayout& layout, const 
   const auto planes = scaleFrame(frame, layout, window, u.count(), v.count());
   if (!planes) return false;
   const ColourConversion conversion(frame, layout);
-  for (int row = 0; row < v.count(); ++row) {
-    conversion.toRgba8(planes->row(0, row), planes->row(1, row), planes->row(2, row), u.count(), target);
-    target += rowBytes;
-  }
+  inParts(v.count(), threadsFor(std::int64_t{u.count()} * v.count()), [&](int first, int last) {
+    for (int row = first; row < last; ++row) {
+      conversion.toRgba8(planes->row(0, row), planes->row(1, row), planes->row(2, row), u.count(),
+                         target + static_cast<std::size_t>(row) * rowBytes);
+    }
+  });
   return true;
 }
 

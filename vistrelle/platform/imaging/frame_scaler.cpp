@@ -1,6 +1,7 @@
 #include "vistrelle/platform/imaging/frame_scaler.h"
 
 extern "C" {
+#include <libavutil/frame.h>
 #include <libavutil/opt.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
@@ -9,7 +10,9 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <utility>
 
+#include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/imaging/resampler.h"
 
 namespace vistrelle::platform {
@@ -79,6 +82,29 @@ std::array<const std::uint8_t*, 4> cornerOf(const PlanarImage& image, const AVPi
   return corner;
 }
 
+struct FrameDeleter {
+  void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+using BorrowedFrame = std::unique_ptr<AVFrame, FrameDeleter>;
+
+/// A frame over planes that somebody else owns and keeps. The scaler would copy planes without a buffer.
+template <typename Data>
+BorrowedFrame borrow(const std::array<Data*, 4>& planes, const std::array<int, 4>& rowBytes, int format, int width,
+                     int height) {
+  BorrowedFrame frame(av_frame_alloc());
+  if (!frame) return nullptr;
+  frame->format = format;
+  frame->width = width;
+  frame->height = height;
+  for (std::size_t plane = 0; plane < 4; ++plane) {
+    frame->data[plane] = const_cast<std::uint8_t*>(planes[plane]);
+    frame->linesize[plane] = rowBytes[plane];
+  }
+  const auto keep = [](void*, std::uint8_t*) {};
+  frame->buf[0] = av_buffer_create(frame->data[0], 1, keep, nullptr, 0);
+  return frame->buf[0] == nullptr ? nullptr : std::move(frame);
+}
+
 Scaler makeScaler(const PlanarImage& image, const FrameLayout& layout, const PixelWindow& window, int width, int height,
                   AVPixelFormat target) {
   Scaler scaler(sws_alloc_context());
@@ -90,6 +116,7 @@ Scaler makeScaler(const PlanarImage& image, const FrameLayout& layout, const Pix
   set("dstw", width);
   set("dsth", height);
   set("dst_format", target);
+  set("threads", threadsFor(std::int64_t{width} * height));
   set("sws_flags", SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT);
   av_opt_set_double(scaler.get(), "param0", 0, 0);
   av_opt_set_double(scaler.get(), "param1", kCubicSharpness, 0);
@@ -144,8 +171,10 @@ std::optional<FullPlanes> scaleFrame(const PlanarImage& image, const FrameLayout
   const auto in = cornerOf(image, descriptor, window);
   std::array<int, 4> inBytes{};
   for (std::size_t plane = 0; plane < 4; ++plane) inBytes[plane] = image.planes[plane].rowBytes;
-  const int rows = sws_scale(scaler.get(), in.data(), inBytes.data(), 0, window.height, out.data(), outBytes.data());
-  if (rows != height) return std::nullopt;
+  const BorrowedFrame source = borrow(in, inBytes, layout.format, window.width, window.height);
+  const BorrowedFrame scaled = borrow(out, outBytes, target, width, height);
+  // Frames and not plain planes: only with them the scaler uses its threads.
+  if (!source || !scaled || sws_scale_frame(scaler.get(), scaled.get(), source.get()) < 0) return std::nullopt;
   return result;
 }
 
