@@ -49,7 +49,7 @@ struct UrlAsset::LoadState {
   Phase phase = Phase::notStarted;
   Completions waiting;  // each is taken out once, by whoever calls it
   std::shared_ptr<InputBytes> bytes;
-  std::shared_ptr<Interrupt> interrupt = std::make_shared<Interrupt>();
+  std::shared_ptr<Interrupt> interrupt;
   std::shared_ptr<MovieSource> source;
   std::vector<std::shared_ptr<Track>> tracks;
 
@@ -59,7 +59,9 @@ struct UrlAsset::LoadState {
 
 void UrlAsset::LoadState::load(const std::string& name) {
   std::string error;
+  interrupt->deadline = Interrupt::Clock::now() + interrupt->limits.opening;
   std::shared_ptr<MovieSource> opened = MovieSource::open(bytes, interrupt, &error);
+  interrupt->deadline = Interrupt::Clock::time_point::max();
   Completions completions;
   {
     const std::lock_guard lock(mutex);
@@ -89,9 +91,10 @@ void UrlAsset::LoadState::cancel() {
   callElsewhere(std::move(completions));
 }
 
-UrlAsset::UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name)
+UrlAsset::UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name, const MediaLimits& limits)
     : state_(std::make_shared<LoadState>()), name_(std::move(name)) {
   state_->bytes = std::move(bytes);
+  state_->interrupt = std::make_shared<Interrupt>(limits);
 }
 
 UrlAsset::~UrlAsset() {
@@ -202,7 +205,7 @@ std::shared_ptr<Asset> FfmpegMediaLibrary::openAsset(const std::string& path, co
     log("movie open          :-( '{}': {}", path, error);
     return nullptr;
   }
-  return std::make_shared<UrlAsset>(std::move(file), path);
+  return std::make_shared<UrlAsset>(std::move(file), path, limits_);
 }
 
 Seam<MediaLibrary>& mediaLibrary() {

@@ -16,7 +16,7 @@ class MovieSource;
 class UrlAsset : public Asset {
  public:
   /// `name` serves for descriptions only.
-  UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name);
+  UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name, const MediaLimits& limits = {});
   /// Ends loading.
   ~UrlAsset() override;
 
@@ -48,7 +48,11 @@ class UrlAsset : public Asset {
 /// Opens movies with libavformat, in this process.
 class FfmpegMediaLibrary : public MediaLibrary {
  public:
+  explicit FfmpegMediaLibrary(const MediaLimits& limits = {}) : limits_(limits) {}
   std::shared_ptr<Asset> openAsset(const std::string& path, const OpenOptions& options) override;
+
+ private:
+  MediaLimits limits_;
 };
 
 }  // namespace vistrelle::platform

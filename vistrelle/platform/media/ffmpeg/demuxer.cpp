@@ -7,9 +7,9 @@ extern "C" {
 
 #include <array>
 #include <cstring>
-#include <mutex>
 
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -22,7 +22,7 @@ constexpr const char* kContainers =
     "mp3,aac,ac3,eac3,dts,dtshd,truehd,mlp,wav,w64,aiff,au,caf,flac,amr,ape,wv,tta,voc";
 
 int isInterrupted(void* opaque) {
-  return static_cast<const Interrupt*>(opaque)->requested ? 1 : 0;
+  return static_cast<const Interrupt*>(opaque)->isDue() ? 1 : 0;
 }
 
 void discardLine(void*, int, const char*, va_list) {}
@@ -49,12 +49,9 @@ bool isComplete(const AVCodecParameters& parameters) {
 
 }  // namespace
 
-void prepareFfmpeg() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    av_log_set_callback(&discardLine);
-    av_max_alloc(MediaLimits::kMaxAllocation);
-  });
+void prepareFfmpeg(const MediaLimits& limits) {
+  av_log_set_callback(&discardLine);
+  av_max_alloc(limits.maxAllocation);
 }
 
 std::string avErrorText(int error) {
@@ -66,7 +63,7 @@ std::string avErrorText(int error) {
 std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
                                        const std::shared_ptr<Interrupt>& interrupt, bool findStreamInfo,
                                        std::string* error, Edits edits) {
-  prepareFfmpeg();
+  prepareFfmpeg(interrupt->limits);
   const auto fail = [error](int code) {
     if (error != nullptr) *error = avErrorText(code);
     return nullptr;
@@ -86,30 +83,31 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
   context->io_open = &Demuxer::ioOpen;
   context->io_close2 = &Demuxer::ioClose;
   context->interrupt_callback = {&isInterrupted, interrupt.get()};
-  context->max_streams = MediaLimits::kMaxStreams;
-  context->probesize = MediaLimits::kProbeBytes;
-  context->max_analyze_duration = MediaLimits::kAnalyzeMicroseconds;
+  context->max_streams = interrupt->limits.maxStreams;
+  context->probesize = interrupt->limits.probeBytes;
+  context->max_analyze_duration = interrupt->limits.analyzeMicroseconds;
 
   AVDictionary* options = nullptr;
   // An empty list of protocols means "no restriction" to libavformat, so it names one that does not exist.
   // References in alias records reach ioOpen; whether they are followed is decided there.
   const bool prepared =
       setOption(&options, "protocol_whitelist", "none") && setOption(&options, "format_whitelist", kContainers) &&
-      setOption(&options, "enable_drefs", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1") &&
+      setOption(&options, "codec_whitelist", decoderList().c_str()) && setOption(&options, "enable_drefs", "1") &&
+      setOption(&options, "skip_estimate_duration_from_pts", "1") &&
       (edits == Edits::applied || setOption(&options, "ignore_editlist", "1"));
   int status = prepared ? avformat_open_input(&context, "", nullptr, &options) : AVERROR(ENOMEM);
   av_dict_free(&options);
   if (status < 0) {
     // avformat_open_input frees the context when it fails, but not when it was not called.
     if (!prepared) avformat_free_context(context);
-    return fail(interrupt->requested ? AVERROR_EXIT : status);
+    return fail(interrupt->isDue() ? AVERROR_EXIT : status);
   }
   demuxer->context_.reset(context);
   if (findStreamInfo && demuxer->needsStreamInfo()) {
     status = avformat_find_stream_info(context, nullptr);
     demuxer->hasStreamInfo_ = true;
   }
-  if (status < 0 || interrupt->requested) return fail(status < 0 ? status : AVERROR_EXIT);
+  if (status < 0 || interrupt->isDue()) return fail(status < 0 ? status : AVERROR_EXIT);
   return demuxer;
 }
 
@@ -170,7 +168,7 @@ int Demuxer::read(AVPacket& packet) {
   constexpr int kMaxRetries = 10000;  // damaged data must not hold the reader for ever
   for (int retries = 0;;) {
     av_packet_unref(&packet);
-    if (interrupt_->requested) return AVERROR_EXIT;
+    if (interrupt_->isDue()) return AVERROR_EXIT;
     const int status = av_read_frame(context_.get(), &packet);
     if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
     if (status < 0) return status;

@@ -10,17 +10,8 @@
 
 namespace vistrelle::platform {
 
-/// What a movie may cost before it is refused.
-struct MediaLimits {
-  static constexpr std::size_t kMaxAllocation = std::size_t{256} << 20;  ///< one allocation of FFmpeg's
-  static constexpr std::int64_t kMaxPixels = std::int64_t{1} << 28;      ///< of a frame
-  static constexpr int kMaxStreams = 100;
-  static constexpr std::int64_t kProbeBytes = std::int64_t{5} << 20;           ///< looked at to find missing facts
-  static constexpr std::int64_t kAnalyzeMicroseconds = std::int64_t{5000000};  ///< of the movie, for the same
-};
-
-/// Silences FFmpeg's own output and hands down MediaLimits::kMaxAllocation. Idempotent, any thread.
-void prepareFfmpeg();
+/// Silences FFmpeg's own output and hands down MediaLimits::maxAllocation, for the whole process. Any thread.
+void prepareFfmpeg(const MediaLimits& limits = {});
 
 /// "Invalid data found when processing input".
 std::string avErrorText(int error);
@@ -42,6 +33,7 @@ class Demuxer {
   Demuxer& operator=(const Demuxer&) = delete;
 
   AVFormatContext* context() const { return context_.get(); }
+  const MediaLimits& limits() const { return interrupt_->limits; }
   int streamCount() const { return static_cast<int>(context_->nb_streams); }
   AVStream* stream(int index) const { return context_->streams[index]; }
   bool isMovFamily() const;

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -45,14 +46,14 @@ class DecodedSpan {
   std::int64_t end_ = 0;
 };
 
-AvPtr<AVCodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+AvPtr<AVCodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, const MediaLimits& limits) {
+  const AVCodec* codec = findDecoder(parameters.codec_id);
   if (codec == nullptr) return nullptr;
   AvPtr<AVCodecContext> decoder(avcodec_alloc_context3(codec));
   if (!decoder || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return nullptr;
   decoder->pkt_timebase = timeBase;
   decoder->thread_count = 0;
-  decoder->max_pixels = MediaLimits::kMaxPixels;
+  decoder->max_pixels = limits.maxPixels;
   if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return nullptr;
   return decoder;
 }
@@ -76,7 +77,7 @@ MediaTime decodedDuration(MovieSource& source, int streamIndex) {
   const AvPtr<AVPacket> packet(av_packet_alloc());
   const AvPtr<AVFrame> frame(av_frame_alloc());
   if (!demuxer || !packet || !frame) return MediaTime::invalid();
-  const AvPtr<AVCodecContext> decoder = openDecoder(*facts.parameters, source.timeBase(streamIndex));
+  const AvPtr<AVCodecContext> decoder = openDecoder(*facts.parameters, source.timeBase(streamIndex), demuxer->limits());
   if (!decoder) return MediaTime::invalid();
   demuxer->selectStream(streamIndex);
   DecodedSpan span(source.timeBase(streamIndex));

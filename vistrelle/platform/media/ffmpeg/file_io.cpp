@@ -104,10 +104,10 @@ ByteReader::ByteReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Interr
 
 int ByteReader::read(void* opaque, std::uint8_t* buffer, int size) {
   auto& self = *static_cast<ByteReader*>(opaque);
-  if (self.interrupt_->requested) return AVERROR_EXIT;
+  if (self.interrupt_->isDue()) return AVERROR_EXIT;
   if (size <= 0) return AVERROR(EINVAL);
   const std::int64_t count = self.bytes_->readAt(self.position_, {buffer, static_cast<std::size_t>(size)});
-  if (self.interrupt_->requested) return AVERROR_EXIT;
+  if (self.interrupt_->isDue()) return AVERROR_EXIT;
   if (count < 0) return AVERROR(static_cast<int>(-count));
   if (count == 0) return AVERROR_EOF;
   self.position_ += count;

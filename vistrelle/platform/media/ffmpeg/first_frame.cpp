@@ -1,5 +1,7 @@
 #include "vistrelle/platform/media/ffmpeg/first_frame.h"
 
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
+
 namespace vistrelle::platform {
 namespace {
 
@@ -10,7 +12,7 @@ constexpr int kMaxPackets = 300;
 
 std::shared_ptr<const FirstFrame> readFirstFrame(Demuxer& demuxer, int streamIndex,
                                                  const AVCodecParameters& parameters) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  const AVCodec* codec = findDecoder(parameters.codec_id);
   if (codec == nullptr) return nullptr;
   const AvPtr<AVCodecContext> decoder(avcodec_alloc_context3(codec));
   const AvPtr<AVPacket> packet(av_packet_alloc());
@@ -19,7 +21,7 @@ std::shared_ptr<const FirstFrame> readFirstFrame(Demuxer& demuxer, int streamInd
   if (!decoder || !packet || !first->frame) return nullptr;
   if (avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return nullptr;
   decoder->thread_count = 1;  // several frames in flight would be read and decoded for one
-  decoder->max_pixels = MediaLimits::kMaxPixels;
+  decoder->max_pixels = demuxer.limits().maxPixels;
   if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return nullptr;
   demuxer.selectStream(streamIndex);
   bool atEnd = false;

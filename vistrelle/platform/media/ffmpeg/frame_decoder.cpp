@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 
 namespace vistrelle::platform {
@@ -25,16 +26,32 @@ int threadCount(FrameDecoder::Threading threading, int wanted) {
   return std::clamp(processors + (oneMore ? 1 : 0), 1, kMostThreads);
 }
 
+// The decoder of an alpha plane that lies beside the picture, which libavcodec's own decoders of VP8 and VP9 pass over;
+// the usual one where there is none.
+const AVCodec* withAlpha(const AVCodec* usual, const AVCodecParameters& parameters) {
+  if (usual == nullptr || parameters.format != AV_PIX_FMT_YUVA420P) return usual;
+  const char* name = parameters.codec_id == AV_CODEC_ID_VP9   ? "libvpx-vp9"
+                     : parameters.codec_id == AV_CODEC_ID_VP8 ? "libvpx"
+                                                              : nullptr;
+  const AVCodec* codec = name == nullptr ? nullptr : avcodec_find_decoder_by_name(name);
+  return codec == nullptr ? usual : codec;
+}
+
 }  // namespace
 
 std::unique_ptr<FrameDecoder> FrameDecoder::open(const AVCodecParameters& parameters, AVRational timeBase,
-                                                 Threading threading, int threads, bool patient, std::string* error) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+                                                 Threading threading, int threads, bool patient, std::string* error,
+                                                 const MediaLimits& limits) {
+  const AVCodec* codec = withAlpha(findDecoder(parameters.codec_id), parameters);
   std::unique_ptr<FrameDecoder> decoder(new FrameDecoder);
   decoder->context_.reset(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
   AVCodecContext* context = decoder->context_.get();
   if (context == nullptr) {
     *error = codec == nullptr ? "no decoder for the movie's pictures" : avErrorText(AVERROR(ENOMEM));
+    return nullptr;
+  }
+  if (!limits.allowsFrame(parameters.width, parameters.height)) {
+    *error = "the movie's pictures are too large";
     return nullptr;
   }
   int status = avcodec_parameters_to_context(context, &parameters);
@@ -43,7 +60,7 @@ std::unique_ptr<FrameDecoder> FrameDecoder::open(const AVCodecParameters& parame
     context->thread_count = threadCount(threading, threads);
     context->thread_type = threading == Threading::frames ? FF_THREAD_FRAME : FF_THREAD_SLICE;
     if (patient) context->strict_std_compliance = FF_COMPLIANCE_STRICT;
-    context->max_pixels = MediaLimits::kMaxPixels;
+    context->max_pixels = limits.maxPixels;
     status = avcodec_open2(context, codec, nullptr);
   }
   if (status < 0) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
+#include "vistrelle/platform/media/ffmpeg/input_file.h"
 
 namespace vistrelle::platform {
 
@@ -21,7 +22,8 @@ class FrameDecoder {
   /// format allows before it gives them out, for streams that reorder more than they state. `threads` 0: as many as
   /// there are processors (within reason).
   static std::unique_ptr<FrameDecoder> open(const AVCodecParameters& parameters, AVRational timeBase,
-                                            Threading threading, int threads, bool patient, std::string* error);
+                                            Threading threading, int threads, bool patient, std::string* error,
+                                            const MediaLimits& limits = {});
 
   Threading threading() const { return threading_; }
   bool isPatient() const { return patient_; }

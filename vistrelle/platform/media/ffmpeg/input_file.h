@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -9,9 +10,32 @@
 
 namespace vistrelle::platform {
 
-/// Set once when nobody waits for a movie any more: every read and every library call that watches it ends soon.
+/// What a movie may cost before it is refused.
+struct MediaLimits {
+  std::size_t maxAllocation = std::size_t{256} << 20;  ///< one allocation of FFmpeg's
+  std::int64_t maxPixels = std::int64_t{1} << 28;      ///< of a frame
+  int maxStreams = 100;
+  std::int64_t probeBytes = std::int64_t{5} << 20;           ///< looked at to find missing facts
+  std::int64_t analyzeMicroseconds = std::int64_t{5000000};  ///< of the movie, for the same
+  std::chrono::milliseconds opening{60000};                  ///< until its facts are known
+
+  /// Whether a frame of this size is within the limit.
+  bool allowsFrame(std::int64_t width, std::int64_t height) const { return width <= 0 || height <= maxPixels / width; }
+};
+
+/// What readings of one movie watch: every read and every library call ends soon when nobody waits for the movie any
+/// more, or the time for it is over. Carries the limits that hold for them.
 struct Interrupt {
+  using Clock = std::chrono::steady_clock;
+
+  Interrupt() = default;
+  explicit Interrupt(const MediaLimits& mediaLimits) : limits(mediaLimits) {}
+
+  const MediaLimits limits;
   std::atomic<bool> requested = false;
+  std::atomic<Clock::time_point> deadline = Clock::time_point::max();
+
+  bool isDue() const { return requested || Clock::now() > deadline.load(); }
 };
 
 /// The bytes of a movie. Its length never changes; reads may come from several threads.

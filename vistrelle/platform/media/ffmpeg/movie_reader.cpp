@@ -72,7 +72,7 @@ std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
   checkProtection();
   checkDecoders();
   measureDuration();
-  if (source_->interrupt_->requested) return fail(AVERROR_EXIT);
+  if (source_->interrupt_->isDue()) return fail(AVERROR_EXIT);
   return source_;
 }
 
@@ -90,6 +90,9 @@ bool MovieReader::listStreams() {
     numbers.insert(facts.trackId);
     facts.parameters.reset(avcodec_parameters_alloc());
     if (!facts.parameters || avcodec_parameters_copy(facts.parameters.get(), stream.codecpar) < 0) return false;
+    // Matroska's AlphaMode: the packets carry a second picture, the alpha plane of the first.
+    const AVDictionaryEntry* alpha = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
+    if (alpha != nullptr && std::string_view(alpha->value) == "1") facts.parameters->format = AV_PIX_FMT_YUVA420P;
     source_->streams_.push_back(std::move(facts));
     source_->timeBases_.push_back(stream.time_base);
   }
@@ -99,7 +102,7 @@ bool MovieReader::listStreams() {
 void MovieReader::readMovHeader() {
   MovieSource& source = *source_;
   header_ = mov::readMovieHeader(source.bytes_->size(), [&source](std::int64_t offset, std::span<std::uint8_t> buffer) {
-    return source.interrupt_->requested ? -1 : source.bytes_->readAt(offset, buffer);
+    return source.interrupt_->isDue() ? -1 : source.bytes_->readAt(offset, buffer);
   });
   if (header_) useMovFacts(*header_);
 }
@@ -200,7 +203,8 @@ void MovieReader::checkDecoders() {
   for (StreamFacts& facts : source_->streams_) {
     if (!isSoundOrPicture(facts)) continue;
     // Without its key an encrypted track has no decoder.
-    facts.isDecodable = facts.isDecodable && !facts.isProtected && decoderOpens(*facts.parameters);
+    facts.isDecodable =
+        facts.isDecodable && !facts.isProtected && decoderOpens(*facts.parameters, source_->interrupt_->limits);
   }
 }
 
