@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "numbered_frames.h"
+#include "tests/support/mov_boxes.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/tool_run.h"
 
@@ -235,6 +236,70 @@ TEST(NumberedMovies, ShowTheNumberOnScreen) {
   }
   std::printf("%zu movies, %zu wholly exact; %zu askings, %zu exact, %zu said to be damaged\n", names.size(),
               wholeMovies, all.asked, all.exact, all.told);
+}
+
+/// The numbers that the tool shows at these times.
+std::vector<std::optional<int>> numbersShown(const std::string& movie, const std::vector<std::string>& times) {
+  const ScratchFolder folder;
+  std::string list;
+  for (const std::string& time : times) list += (list.empty() ? "" : "-") + time;
+  runTool({"-i", movie, "-o", folder.path(), "-w", "320", "-h", "192", "-tc", list});
+  std::vector<std::optional<int>> numbers;
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    char name[32];
+    std::snprintf(name, sizeof name, "img%02zu.jpg", i);
+    numbers.push_back(numberInFile(folder.file(name)));
+  }
+  return numbers;
+}
+
+TEST(EditedMovies, SeveralEditsOneAfterAnother) {
+  const std::string source = madeFolder({"no_edit_list.mov"}) + "/no_edit_list.mov";
+  std::string movie = readFile(source);
+  // 25 frames a second, 512 ticks each; the movie's clock has 1000 ticks a second. From 2.01 s, which is within frame
+  // 50, for a second; nothing for half a second; from 0.5 s for a second; frame 75 stands still for a second.
+  ASSERT_TRUE(insertMovBox(movie, {"moov", "trak"},
+                           editListBox({{1000, 25728}, {500, -1}, {1000, 6400}, {1000, 38400, 0}, {500, 0}})));
+  const ScratchFolder folder;
+  const std::string path = folder.write("edited.mov", movie);
+  const auto shown = numbersShown(path, {"0", "0.5", "1", "1.5", "2", "2.5", "3", "3.5", "4"});
+  // 2.01 s: 50; 2.51 s: 62; nothing shown: the last of the first edit, before 3.01 s: 75; 0.5 s: 12; 1.0 s: 25; then
+  // the still; then from the start.
+  const std::vector<std::optional<int>> wanted{50, 62, 75, 12, 25, 75, 75, 0, 12};
+  EXPECT_EQ(shown, wanted);
+}
+
+TEST(EditedMovies, AnEditThatBeginsBeforeTheFirstFrame) {
+  const std::string source = madeFolder({"h264_closed.mp4"}) + "/h264_closed.mp4";
+  std::string movie = readFile(source);
+  // Its own edit begins with the first frame, whose time is 1024; this one begins at 0, so all is 0.08 s later.
+  const std::string own = bigEndian(1024, 4) + bigEndian(0x10000, 4);
+  const std::size_t at = movie.find(own, movie.find("elst"));
+  ASSERT_NE(at, std::string::npos);
+  movie.replace(at, 4, bigEndian(0, 4));
+  const ScratchFolder folder;
+  const auto shown = numbersShown(folder.write("late.mp4", movie), {"0", "0.5", "1", "3"});
+  const std::vector<std::optional<int>> wanted{0, 10, 23, 73};
+  EXPECT_EQ(shown, wanted);
+}
+
+TEST(DolbyVision, WithoutABaseLayerTheLogSaysSo) {
+  const std::string source = madeFolder({"hevc_closed.mp4"}) + "/hevc_closed.mp4";
+  for (const int profile : {5, 8}) {
+    std::string movie = readFile(source);
+    // Version 1.0, the profile, level 6, metadata and base layer present; of profile 8 the base layer is HDR10.
+    const std::string record = bigEndian(0x0100, 2) +
+                               bigEndian(static_cast<std::uint64_t>(profile << 9 | 6 << 3 | 5), 2) +
+                               bigEndian(profile == 8 ? 0x10 : 0, 1) + std::string(19, '\0');
+    ASSERT_TRUE(insertMovBox(movie, {"moov", "trak", "mdia", "minf", "stbl", "stsd", "hvc1"}, movBox("dvcC", record)));
+    const ScratchFolder folder;
+    const std::string path = folder.write("vision.mp4", movie);
+    const RunResult run = runTool({"-i", path, "-o", folder.file("out.jpg"), "-w", "320", "-h", "192", "-tc", "1"});
+    EXPECT_EQ(run.status, 0) << run.error;
+    EXPECT_EQ(run.error.find("Dolby Vision profile 5 has no base layer") != std::string::npos, profile == 5)
+        << run.error;
+    EXPECT_EQ(numberInFile(folder.file("out.jpg")), 25);
+  }
 }
 
 }  // namespace

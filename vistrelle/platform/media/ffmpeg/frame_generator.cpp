@@ -61,6 +61,9 @@ class Generator : public FrameGenerator {
     const TimesKind times = surveyTimes(*source_, streamIndex_, packets);
     run_->rules() = runRulesFor(*source_, streamIndex_, packets, times);
     shape_ = frameShapeOf(facts, *packets.stream());
+    if (lacksBaseLayer(*packets.stream())) {
+      log("movie colours       :-/ Dolby Vision profile 5 has no base layer: its colours cannot be shown as meant");
+    }
     search_.emplace(*run_, plan_, store_, options_.skipsNonReference);
     if (!makeTimeline(times, error)) return false;
     planAnnounced();

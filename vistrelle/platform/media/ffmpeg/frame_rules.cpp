@@ -1,5 +1,9 @@
 #include "vistrelle/platform/media/ffmpeg/frame_rules.h"
 
+extern "C" {
+#include <libavutil/dovi_meta.h>
+}
+
 #include <array>
 #include <cstring>
 #include <span>
@@ -21,6 +25,14 @@ AVRational frameRateOf(const StreamFacts& facts, FramePackets& packets) {
 }
 
 }  // namespace
+
+bool lacksBaseLayer(const AVStream& stream) {
+  const std::span<const std::uint8_t> data = streamSideData(stream, AV_PKT_DATA_DOVI_CONF);
+  AVDOVIDecoderConfigurationRecord record{};
+  if (data.size() < sizeof record) return false;
+  std::memcpy(&record, data.data(), sizeof record);
+  return record.dv_profile == 5;
+}
 
 FrameShape frameShapeOf(const StreamFacts& facts, const AVStream& stream) {
   FrameShape shape;

@@ -10,6 +10,10 @@
 
 namespace vistrelle::platform {
 
+/// Whether the stream is Dolby Vision of profile 5, whose colours only its metadata make right; the other profiles have
+/// a base layer that is HDR10, HLG or SDR by itself.
+bool lacksBaseLayer(const AVStream& stream);
+
 /// What the container says about how a stream's frames are to be shown.
 FrameShape frameShapeOf(const StreamFacts& facts, const AVStream& stream);
 
