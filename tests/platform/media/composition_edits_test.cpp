@@ -284,6 +284,7 @@ TEST(CompositionFacts, PicturesComeFromTheFirstEnabledVideoTrack) {
   const auto shown = std::make_shared<NumberedTrack>(1, 5, 200);
   hidden->enabled = false;
   const auto composition = Composition::make();
+  composition->addMutableTrack(MediaType::video, 0);
   composition->addMutableTrack(MediaType::video, 0)->insertTimeRange(rangeFrom(0, 5), hidden, timeOf(0), nullptr);
   EXPECT_EQ(numberOf(composition->makeImageGenerator()->copyFrame(timeOf(2))), 102);
   composition->addMutableTrack(MediaType::video, 0)->insertTimeRange(rangeFrom(0, 5), shown, timeOf(0), nullptr);

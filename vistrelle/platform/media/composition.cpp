@@ -23,6 +23,18 @@ bool suits(const SegmentTrack& track, const Track& source) {
   return track.segments().empty() || track.mediaTypeCode() == source.mediaTypeCode();
 }
 
+SegmentList emptyList(const MediaTime& length) {
+  return SegmentList({SegmentList::emptyStretch(length)});
+}
+
+/// Lays `pieces` at `at`, with an empty stretch behind them where something follows, so that it moves by `length`.
+void layInto(SegmentTrack& track, SegmentList pieces, const MediaTime& at, const MediaTime& length) {
+  SegmentList laid = track.pieces();
+  if (at < laid.end()) pieces.insert(pieces.end(), emptyList(length - pieces.end()));
+  laid.insert(at, pieces);
+  track.setPieces(std::move(laid));
+}
+
 class TracksTogether : public Composition {
  public:
   std::string description() const override { return format("<Composition: {} tracks>", allTracks().size()); }
@@ -69,6 +81,7 @@ class TracksTogether : public Composition {
     return std::ranges::any_of(tracks_, [id](const auto& track) { return track->trackId() == id; });
   }
   TrackOfSegments add(MediaType type, std::int32_t preferredId);
+  TrackOfSegments targetFor(const Track& source, std::vector<TrackOfSegments>& isFree);
   bool insertPieces(const std::vector<std::pair<std::shared_ptr<Track>, SegmentList>>& sources, const MediaTime& at,
                     const MediaTime& length);
 
@@ -100,7 +113,8 @@ bool TracksTogether::hasProtectedContent() const {
 std::unique_ptr<ImageGenerator> TracksTogether::makeImageGenerator() {
   TrackOfSegments chosen;
   for (const auto& track : allTracks()) {
-    if (track->mediaType() != MediaType::video) continue;
+    // Of a track without a source there is nothing to show.
+    if (track->mediaType() != MediaType::video || !track->timeRange().isValid()) continue;
     if (track->isEnabled()) return track->makeImageGenerator();
     if (!chosen) chosen = track;
   }
@@ -137,40 +151,29 @@ bool TracksTogether::insertTimeRange(const TimeRange& range, const std::shared_p
   return insertPieces(pieces, at, clipped.duration) || fail(error, "the movie would be too long");
 }
 
+/// The first free track that suits the source, no longer free; else a new one.
+TracksTogether::TrackOfSegments TracksTogether::targetFor(const Track& source, std::vector<TrackOfSegments>& isFree) {
+  const auto found = std::ranges::find_if(isFree, [&source](const auto& track) { return suits(*track, source); });
+  if (found == isFree.end()) return add(source.mediaType(), source.trackId());
+  TrackOfSegments target = *found;
+  isFree.erase(found);
+  return target;
+}
+
 /// Lays the pieces of each source into its track and moves what follows in every track by `length`.
 bool TracksTogether::insertPieces(const std::vector<std::pair<std::shared_ptr<Track>, SegmentList>>& sources,
                                   const MediaTime& at, const MediaTime& length) {
   const MediaTime end = at + length;
   if (!(std::max(duration(), at) + length).isNumeric()) return false;
   std::vector<TrackOfSegments> isFree = allTracks();
-  for (const auto& [source, pieces] : sources) {
-    const auto found =
-        std::ranges::find_if(isFree, [&from = *source](const auto& track) { return suits(*track, from); });
-    TrackOfSegments target;
-    if (found != isFree.end()) {
-      target = *found;
-      isFree.erase(found);
-    } else {
-      target = add(source->mediaType(), source->trackId());
-    }
-    SegmentList filled = pieces;
-    SegmentList laid = target->pieces();
-    const bool isFollowed = at < laid.end();
-    if (isFollowed) filled.insert(filled.end(), SegmentList({SegmentList::emptyStretch(length - filled.end())}));
-    laid.insert(at, filled);
-    target->setPieces(std::move(laid));
-  }
-  for (const auto& track : isFree) {
-    SegmentList laid = track->pieces();
-    if (at >= laid.end()) continue;
-    laid.insert(at, SegmentList({SegmentList::emptyStretch(length)}));
-    track->setPieces(std::move(laid));
-  }
-  if (const MediaTime reached = duration(); reached < end) {
-    const TrackOfSegments track = allTracks().front();
-    SegmentList laid = track->pieces();
-    laid.insert(laid.end(), SegmentList({SegmentList::emptyStretch(end - laid.end())}));
-    track->setPieces(std::move(laid));
+  for (const auto& [source, pieces] : sources) layInto(*targetFor(*source, isFree), pieces, at, length);
+  for (const auto& track : isFree) layInto(*track, {}, at, length);
+  if (duration() < end) {
+    const TrackOfSegments first = allTracks().front();
+    const MediaTime reached = first->pieces().end();
+    SegmentList longer = first->pieces();
+    longer.insert(reached, emptyList(end - reached));
+    first->setPieces(std::move(longer));
   }
   return true;
 }

@@ -40,7 +40,7 @@ class CompositionTrack : public Track {
 };
 
 /// A movie put together from tracks of other movies; loaded at once, its duration exact: the end of its longest track.
-/// Its pictures are those of its first enabled video track, else of its first.
+/// Its pictures are those of its first enabled video track that is not empty, else of its first one.
 class Composition : public Asset {
  public:
   static std::shared_ptr<Composition> make();
