@@ -12,6 +12,7 @@
 
 #include "vistrelle/platform/media/composition.h"
 #include "vistrelle/platform/media/export/source_track.h"
+#include "vistrelle/platform/media/export/splice.h"
 #include "vistrelle/platform/media/export/track_plan.h"
 
 namespace vistrelle::platform {
@@ -46,6 +47,20 @@ class FileWriter {
   }
   /// Replaces what was written at the beginning.
   bool rewriteHead(std::span<const std::uint8_t> bytes) { return flush() && putAt(0, bytes); }
+  bool readBack(std::int64_t offset, std::span<std::uint8_t> bytes) {
+    if (!flush()) return false;
+    while (!bytes.empty()) {
+      const ssize_t count = ::pread(fd_, bytes.data(), bytes.size(), offset);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) {
+        errno_ = count < 0 ? errno : EIO;
+        return false;
+      }
+      offset += count;
+      bytes = bytes.subspan(static_cast<std::size_t>(count));
+    }
+    return true;
+  }
   std::string cause() const { return std::strerror(errno_); }
 
  private:
@@ -106,8 +121,10 @@ class PassthroughWriter {
   void number();
   void linkTracks();
   bool copySamples(std::string* error);
-  bool copyStore(SampleStore& store, std::vector<ByteRange> ranges, std::string* error);
+  void collect(const PlannedTrack& plan);
+  bool copyStore(SampleStore& store, std::string* error);
   void place(PlannedTrack& track, std::int64_t ownBytesAt) const;
+  bool splice(PlannedTrack& plan, std::string* error);
   bool finish(std::string* error);
 
   Asset& asset_;
@@ -122,7 +139,13 @@ class PassthroughWriter {
   std::int64_t timeScale_ = 0;
   std::vector<PlannedTrack> plans_;
   std::vector<std::int32_t> wishedIds_;
-  std::map<SampleStore*, std::vector<CopiedRange>> copied_;
+  /// What is taken of one store.
+  struct Share {
+    std::vector<ByteRange> wanted;
+    std::vector<CopiedRange> copied;
+  };
+  std::map<SampleStore*, Share> shares_;
+  std::vector<SampleStore*> order_;  // of their first samples
   std::int64_t toCopy_ = 0;
   std::int64_t done_ = 0;
 };
@@ -205,11 +228,11 @@ void PassthroughWriter::linkTracks() {
   }
 }
 
-bool PassthroughWriter::copyStore(SampleStore& store, std::vector<ByteRange> ranges, std::string* error) {
+bool PassthroughWriter::copyStore(SampleStore& store, std::string* error) {
+  Share& share = shares_[&store];
   std::int64_t target = out_.position();
-  std::vector<CopiedRange>& copied = copied_[&store];
-  for (const ByteRange& range : ranges) {
-    copied.push_back({range, target});
+  for (const ByteRange& range : share.wanted) {
+    share.copied.push_back({range, target});
     target += range.length;
   }
   bool isWritten = true;
@@ -220,40 +243,40 @@ bool PassthroughWriter::copyStore(SampleStore& store, std::vector<ByteRange> ran
     report(toCopy_ > 0 ? 0.99 * static_cast<double>(done_) / static_cast<double>(toCopy_) : 0);
     return isWritten;
   };
-  if (store.copy(ranges, sink, error)) return true;
+  const bool isCopied = store.copy(share.wanted, sink, error);
+  share.wanted = {};
+  if (isCopied) return true;
   if (!isWritten) return fail(error, "the movie cannot be written: " + out_.cause());
   if (isCancelled()) return fail(error, "cancelled");
   return false;
 }
 
-bool PassthroughWriter::copySamples(std::string* error) {
-  std::vector<SampleStore*> order;
-  std::map<SampleStore*, std::vector<ByteRange>> wanted;
-  for (const PlannedTrack& plan : plans_) {
-    std::size_t i = 0;
-    for (const PlannedTrack::Origin& origin : plan.origins) {
-      SampleStore* store = origin.source == nullptr ? nullptr : origin.source->store;
-      if (store != nullptr && !wanted.contains(store)) order.push_back(store);
-      for (; i < origin.end; ++i) {
-        const mov::WrittenSample& sample = plan.track.samples[i];
-        if (store == nullptr || sample.bytes == 0) continue;
-        std::vector<ByteRange>& ranges = wanted[store];
-        if (!ranges.empty() && ranges.back().end() == sample.offset) {
-          ranges.back().length += sample.bytes;
-        } else {
-          ranges.push_back({sample.offset, sample.bytes});
-        }
+/// Notes what a track needs of the stores.
+void PassthroughWriter::collect(const PlannedTrack& plan) {
+  std::size_t i = 0;
+  for (const PlannedTrack::Origin& origin : plan.origins) {
+    SampleStore* store = origin.source == nullptr ? nullptr : origin.source->store;
+    if (store != nullptr && !shares_.contains(store)) order_.push_back(store);
+    for (; i < origin.end; ++i) {
+      const mov::WrittenSample& sample = plan.track.samples[i];
+      if (store == nullptr || sample.bytes == 0) continue;
+      std::vector<ByteRange>& ranges = shares_[store].wanted;
+      if (!ranges.empty() && ranges.back().end() == sample.offset) {
+        ranges.back().length += sample.bytes;
+      } else {
+        ranges.push_back({sample.offset, sample.bytes});
       }
     }
   }
-  for (auto& [store, ranges] : wanted) {
-    join(ranges);
-    for (const ByteRange& range : ranges) toCopy_ += range.length;
+}
+
+bool PassthroughWriter::copySamples(std::string* error) {
+  for (const PlannedTrack& plan : plans_) collect(plan);
+  for (auto& [store, share] : shares_) {
+    join(share.wanted);
+    for (const ByteRange& range : share.wanted) toCopy_ += range.length;
   }
-  for (SampleStore* store : order) {
-    if (!copyStore(*store, std::move(wanted[store]), error)) return false;
-  }
-  return true;
+  return std::ranges::all_of(order_, [&](SampleStore* store) { return copyStore(*store, error); });
 }
 
 /// Moves the offsets of a track's samples from its sources to the file that is written.
@@ -261,7 +284,9 @@ void PassthroughWriter::place(PlannedTrack& plan, std::int64_t ownBytesAt) const
   std::size_t i = 0;
   for (const PlannedTrack::Origin& origin : plan.origins) {
     const std::vector<CopiedRange>* ranges = nullptr;
-    if (origin.source != nullptr && copied_.contains(origin.source->store)) ranges = &copied_.at(origin.source->store);
+    if (origin.source != nullptr && shares_.contains(origin.source->store)) {
+      ranges = &shares_.at(origin.source->store).copied;
+    }
     for (; i < origin.end; ++i) {
       std::int64_t& offset = plan.track.samples[i].offset;
       if (origin.source == nullptr) {
@@ -278,11 +303,33 @@ void PassthroughWriter::place(PlannedTrack& plan, std::int64_t ownBytesAt) const
   }
 }
 
+/// Pictures at splices get bytes of their own: elsewhere in the movie they may stand unchanged.
+bool PassthroughWriter::splice(PlannedTrack& plan, std::string* error) {
+  std::map<std::int64_t, std::int64_t> done;
+  for (const PlannedTrack::Splice& splice : plan.splices) {
+    mov::WrittenSample& sample = plan.track.samples[splice.sample];
+    const auto known = done.find(sample.offset);
+    if (known == done.end()) {
+      std::vector<std::uint8_t> bytes(sample.bytes);
+      if (!out_.readBack(sample.offset, bytes)) return fail(error, "the movie cannot be read back: " + out_.cause());
+      const bool isChanged = markSplice(bytes, splice.lengthBytes);
+      const std::int64_t at = isChanged ? out_.position() : sample.offset;
+      if (isChanged && !out_.write(bytes)) return fail(error, "the movie cannot be written: " + out_.cause());
+      done[sample.offset] = at;
+      sample.offset = at;
+    } else {
+      sample.offset = known->second;
+    }
+  }
+  return true;
+}
+
 bool PassthroughWriter::finish(std::string* error) {
   for (PlannedTrack& plan : plans_) {
     const std::int64_t at = out_.position();
     if (!out_.write(plan.ownBytes)) return fail(error, "the movie cannot be written: " + out_.cause());
     place(plan, at);
+    if (!splice(plan, error)) return false;
   }
   const auto mediaEnd = static_cast<std::uint64_t>(out_.position());
   mov::WrittenMovie movie;

@@ -30,6 +30,31 @@ Reach reachOf(const std::vector<mov::Sample>& samples) {
   return reach;
 }
 
+/// Whether pictures of H.264 are shown before a sync sample that they are decoded after (open groups of pictures).
+bool showsBeforeSync(const SourceTrack& source) {
+  if (source.tables.descriptions.empty() || source.tables.descriptions.front().size() < 8) return false;
+  const std::vector<std::uint8_t>& entry = source.tables.descriptions.front();
+  if (entry[4] != 'a' || entry[5] != 'v' || entry[6] != 'c') return false;
+  std::int64_t sync = std::numeric_limits<std::int64_t>::min();
+  for (const mov::Sample& sample : source.tables.samples) {
+    if (sample.isSync) {
+      sync = sample.presentation();
+    } else if (sample.presentation() < sync) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// Decoders of such pictures order them by a count that runs on over sync samples; at a jump they lose what they have
+/// not shown yet. So what is lost is to be hidden: the samples up to the second sync sample behind the last one shown,
+/// which is how far libavformat reads beyond an edit.
+std::size_t tailOf(const std::vector<mov::Sample>& samples, std::size_t last) {
+  int syncs = 0;
+  while (last + 1 < samples.size() && syncs < 2) syncs += samples[++last].isSync ? 1 : 0;
+  return last;
+}
+
 }  // namespace
 
 Ratio RunBuilder::factorOf(const Piece& piece) const {
@@ -86,6 +111,7 @@ RunBuilder::Need RunBuilder::pictureNeed(const Piece& piece) const {
   while (need.first > 0 && !(samples[need.first].isSync && samples[need.first].presentation() <= firstShown)) {
     --need.first;
   }
+  if (showsBeforeSync(*piece.source)) need.last = tailOf(samples, need.last);
   need.start = cutOf(piece, samples[need.first].decodeTime);
   return need;
 }
@@ -130,7 +156,7 @@ bool RunBuilder::reuse(const Piece& piece, const Need& need, std::int64_t delay)
     if (run.run.samples[need.onScreen - first].presentation != start) continue;
     if (run.run.samples[need.firstDecoded - first].decodeTime != start - delay) continue;
     extend(run, std::max(last, need.last));
-    uses_.push_back({i, start});
+    uses_.push_back({i, start, need.first});
     return true;
   }
   return false;
@@ -157,7 +183,7 @@ void RunBuilder::addPicture(const Piece& piece, const Need& need, std::int64_t d
     sample.decodeTime -= run.shift;
     sample.presentation -= run.shift;
   }
-  uses_.push_back({runs_.size(), need.start - run.shift});
+  uses_.push_back({runs_.size(), need.start - run.shift, need.first});
   runs_.push_back(std::move(run));
 }
 
@@ -174,13 +200,13 @@ void RunBuilder::addSound(const Piece& piece) {
     if (run.run.source != piece.source || !(run.factor == factorOf(piece))) continue;
     if (first < run.run.samples.front().index || first > run.run.samples.back().index + 1) continue;
     extend(run, std::max(last, run.run.samples.back().index));
-    uses_.push_back({i, cutOf(piece, run.origin)});
+    uses_.push_back({i, cutOf(piece, run.origin), first});
     return;
   }
   Run run = makeRun(piece, first);
   run.run.samples.push_back({first, 0, 1, 0, 0});
   extend(run, last);
-  uses_.push_back({runs_.size(), cutOf(piece, run.origin)});
+  uses_.push_back({runs_.size(), cutOf(piece, run.origin), first});
   runs_.push_back(std::move(run));
 }
 
@@ -190,40 +216,48 @@ void RunBuilder::addTrimmed(const Piece& piece) {
   const std::vector<mov::Sample>& samples = source.tables.samples;
   const Ratio ticks(source.tables.timeScale);
   const bool isSound = source.isUncompressedSound();
-  const std::int64_t start = (piece.media * ticks).rounded();
-  const std::int64_t end = std::max(((piece.media + piece.mediaLength) * ticks).rounded(), start + 1);
+  Ratio start = piece.media * ticks;
+  Ratio end = (piece.media + piece.mediaLength) * ticks;
+  if (isSound) {
+    // Sound is cut between two samples.
+    start = Ratio(start.rounded());
+    end = std::max(Ratio(end.rounded()), start + Ratio(1));
+  }
+  Run run = makeRun(piece, 0);
+  run.cut = start;
+  run.trimmed = std::max<std::int64_t>(((end - start) * run.factor).rounded(), 1);
   for (std::size_t i = 0; i < runs_.size(); ++i) {
-    const Run& run = runs_[i];
-    if (run.run.source == piece.source && run.factor == factorOf(piece) && run.origin == start &&
-        run.trimmed == end - start) {
-      uses_.push_back({i, run.early});
+    const Run& known = runs_[i];
+    if (known.run.source == piece.source && known.factor == run.factor && known.cut == start &&
+        known.trimmed == run.trimmed) {
+      uses_.push_back({i, known.early, 0});
       return;
     }
   }
-  Run run = makeRun(piece, 0);
-  run.origin = start;
-  run.trimmed = end - start;
-  for (std::size_t i = sampleAt(samples, Ratio(start)); i < samples.size() && samples[i].decodeTime < end; ++i) {
+  for (std::size_t i = sampleAt(samples, start); i < samples.size() && Ratio(samples[i].decodeTime) < end; ++i) {
     const mov::Sample& stored = samples[i];
     RunSample sample;
     sample.index = i;
-    std::int64_t from = std::max(stored.decodeTime, start);
+    Ratio from = std::max(Ratio(stored.decodeTime), start);
     if (isSound) {
       const std::int64_t unit = std::int64_t{stored.duration} * source.tables.packetSamples;
-      const std::int64_t skipped = (from - stored.decodeTime) / unit * source.tables.packetSamples;
-      const std::int64_t stop = std::min(stored.decodeTime + stored.span(), end);
+      const std::int64_t skipped = (from.floor() - stored.decodeTime) / unit * source.tables.packetSamples;
+      const std::int64_t stop = std::min(stored.decodeTime + stored.span(), end.floor());
       const std::int64_t upTo = (stop - stored.decodeTime + unit - 1) / unit * source.tables.packetSamples;
       if (upTo <= skipped) continue;
       sample.skipped = static_cast<std::uint32_t>(skipped);
       sample.count = static_cast<std::uint32_t>(std::min<std::int64_t>(upTo, stored.count) - skipped);
-      from = stored.decodeTime + skipped * stored.duration;
+      from = Ratio(stored.decodeTime + skipped * stored.duration);
     }
-    sample.decodeTime = (Ratio(from - start) * run.factor).rounded();
+    sample.decodeTime = ((from - start) * run.factor).rounded();
+    if (!run.run.samples.empty()) {
+      sample.decodeTime = std::max(sample.decodeTime, run.run.samples.back().decodeTime + 1);
+    }
     sample.presentation = sample.decodeTime;
     run.run.samples.push_back(sample);
   }
   if (run.run.samples.empty()) {
-    uses_.push_back({kNoRun, -1});
+    uses_.push_back({kNoRun, -1, 0});
     return;
   }
   // Packets of several samples may begin before the cut.
@@ -232,7 +266,7 @@ void RunBuilder::addTrimmed(const Piece& piece) {
     sample.decodeTime += run.early;
     sample.presentation += run.early;
   }
-  uses_.push_back({runs_.size(), run.early});
+  uses_.push_back({runs_.size(), run.early, 0});
   runs_.push_back(std::move(run));
 }
 
@@ -249,8 +283,8 @@ void RunBuilder::layOut() {
     const mov::Sample& stored = run.run.source->tables.samples[last.index];
     const std::int64_t duration = std::max<std::int64_t>((Ratio(stored.duration) * run.factor).rounded(), 1);
     std::int64_t end = last.decodeTime + duration * last.count;
-    const bool isTrimmed = run.run.source->type != MediaType::video && run.run.source->type != MediaType::audio;
-    if (isTrimmed) end = std::max((Ratio(run.trimmed) * run.factor).rounded(), last.decodeTime + 1);
+    const bool isTrimmed = run.trimmed > 0 && !run.run.source->isUncompressedSound();
+    if (isTrimmed) end = std::max(run.trimmed, last.decodeTime + 1);
     shown = std::max(shown, run.base + run.shownTo);
     for (const RunSample& sample : run.run.samples) {
       const std::int64_t lasts =
@@ -270,6 +304,20 @@ void RunBuilder::layOut() {
   }
 }
 
+void RunBuilder::markEntries() {
+  if (std::ranges::count_if(uses_, [](const Use& use) { return use.run != kNoRun; }) < 2) return;
+  for (const Use& use : uses_) {
+    if (use.run == kNoRun || runs_[use.run].trimmed > 0) continue;
+    std::vector<RunSample>& samples = runs_[use.run].run.samples;
+    samples[use.entry - samples.front().index].isEntry = runs_[use.run].run.source->type == MediaType::video;
+  }
+}
+
+bool RunBuilder::isPlain(const SourceTrack& source) {
+  return std::ranges::all_of(source.tables.samples,
+                             [](const mov::Sample& sample) { return sample.isSync && sample.compositionOffset == 0; });
+}
+
 /// Of the empty stretches of pictures with something before and behind them.
 std::int64_t RunBuilder::longestGap() const {
   std::int64_t longest = 0;
@@ -286,15 +334,15 @@ std::vector<SampleRun> RunBuilder::build() {
   std::int64_t delay = std::numeric_limits<std::int64_t>::max();
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     const Piece& piece = pieces_[i];
-    if (piece.source == nullptr || piece.source->type != MediaType::video) continue;
+    if (piece.source == nullptr || piece.source->type != MediaType::video || isPlain(*piece.source)) continue;
     needs[i] = pictureNeed(piece);
     delay = std::min(delay, naturalDelay(piece, needs[i]));
   }
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     const Piece& piece = pieces_[i];
     if (piece.source == nullptr) {
-      uses_.push_back({kNoRun, -1});
-    } else if (piece.source->type == MediaType::video) {
+      uses_.push_back({kNoRun, -1, 0});
+    } else if (piece.source->type == MediaType::video && !isPlain(*piece.source)) {
       addPicture(piece, needs[i], delay);
     } else if (piece.source->type == MediaType::audio && !piece.source->isUncompressedSound()) {
       addSound(piece);
@@ -307,6 +355,7 @@ std::vector<SampleRun> RunBuilder::build() {
     std::int64_t& shownTo = runs_[uses_[i].run].shownTo;
     shownTo = std::max(shownTo, uses_[i].start + (pieces_[i].length * Ratio(scale_)).rounded());
   }
+  markEntries();
   layOut();
   std::vector<SampleRun> runs;
   for (const Use& use : uses_) mediaTimes_.push_back(use.run == kNoRun ? -1 : runs_[use.run].base + use.start + later_);

@@ -15,6 +15,7 @@ struct RunSample {
   std::uint32_t count = 1;    ///< and how many are taken
   std::int64_t decodeTime = 0;
   std::int64_t presentation = 0;
+  bool isEntry = false;  ///< of pictures in several pieces: decoders come here from another place
 };
 
 /// Samples of one source in decoding order that begin with one a decoder can begin with.
@@ -51,7 +52,8 @@ class RunBuilder {
     SampleRun run;
     Ratio factor;              ///< from the source's ticks to the track's
     std::int64_t origin = 0;   ///< the source's decoding time that is the run's zero
-    std::int64_t trimmed = 0;  ///< length in the source's ticks of a run that was cut to its piece
+    Ratio cut;                 ///< the source's time where a run that is trimmed to its piece begins
+    std::int64_t trimmed = 0;  ///< and its length; 0 for others
     std::int64_t shift = 0;    ///< taken off all times, so that the first decoding time is zero
     std::int64_t early = 0;    ///< where such a run's piece begins
     std::int64_t shownTo = 0;  ///< the latest end of the pieces that use it
@@ -60,6 +62,7 @@ class RunBuilder {
   struct Use {
     std::size_t run = 0;
     std::int64_t start = 0;
+    std::size_t entry = 0;  ///< the source's sample that decoding begins with
   };
 
   Need pictureNeed(const Piece& piece) const;
@@ -67,6 +70,8 @@ class RunBuilder {
   void addPicture(const Piece& piece, const Need& need, std::int64_t delay);
   void addSound(const Piece& piece);
   void addTrimmed(const Piece& piece);
+  /// Whether every picture stands for itself and is shown when it is decoded.
+  static bool isPlain(const SourceTrack& source);
   bool reuse(const Piece& piece, const Need& need, std::int64_t delay);
   void extend(Run& run, std::size_t last) const;
   Run makeRun(const Piece& piece, std::size_t first) const;
@@ -75,6 +80,7 @@ class RunBuilder {
   std::int64_t ticksOf(const Piece& piece, std::int64_t sourceTicks, std::int64_t origin) const;
   std::int64_t cutOf(const Piece& piece, std::int64_t origin) const;
   void layOut();
+  void markEntries();
   std::int64_t longestGap() const;
 
   std::int64_t scale_;

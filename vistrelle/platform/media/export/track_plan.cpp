@@ -1,6 +1,7 @@
 #include "vistrelle/platform/media/export/track_plan.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 #include "vistrelle/platform/media/export/sample_runs.h"
@@ -62,6 +63,7 @@ class SampleList {
       written.isSync = stored.isSync;
       written.startsChunk = isFirst;
       written.description = plan_.descriptionOf(*run.source, stored.description);
+      if (sample.isEntry) addSplice(written.description);
       plan_.track.samples.push_back(written);
       isFirst = false;
     }
@@ -70,6 +72,15 @@ class SampleList {
   }
 
  private:
+  void addSplice(std::uint16_t description) {
+    const std::vector<std::uint8_t>& entry = plan_.track.descriptions[description];
+    static constexpr std::array<std::uint8_t, 4> kName{'h', 'v', 'c', 'C'};
+    const auto record = std::ranges::search(entry, kName).begin();
+    constexpr std::ptrdiff_t kLengthFieldAt = 4 + 21;  // ISO/IEC 14496-15, 8.3.3.1.2
+    if (entry.end() - record <= kLengthFieldAt) return;
+    plan_.splices.push_back({plan_.track.samples.size(), (record[kLengthFieldAt] & 3) + 1});
+  }
+
   PlannedTrack& plan_;
 };
 

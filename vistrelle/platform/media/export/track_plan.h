@@ -41,6 +41,12 @@ struct PlannedTrack {
     const SourceTrack* source = nullptr;
   };
   std::vector<Origin> origins;
+  /// HEVC pictures at which decoding is taken up from another place, and the bytes of their length fields.
+  struct Splice {
+    std::size_t sample = 0;
+    int lengthBytes = 4;
+  };
+  std::vector<Splice> splices;
   std::vector<Piece> pieces;
   std::vector<std::uint8_t> ownBytes;  ///< samples made anew; offsets count from their start
 

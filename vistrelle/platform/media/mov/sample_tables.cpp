@@ -333,6 +333,23 @@ SampleTables readTrackTables(Bytes content, const std::set<std::uint32_t>& wante
   return track;
 }
 
+/// Fragments may hold uncompressed sound in samples of many moments each: it is listed like that of tables.
+void splitUncompressedSound(SampleTables& track) {
+  if (track.header.handler != fourCc("soun") || track.packetBytes != 0 || track.descriptions.empty()) return;
+  const SoundPackets packets = soundPackets(track.descriptions.front(), 0);
+  if (packets.bytes == 0 || packets.samples != 1) return;
+  const bool fits = std::ranges::all_of(track.samples, [&packets](const Sample& sample) {
+    return sample.count == 1 && std::uint64_t{sample.size} == std::uint64_t{sample.duration} * packets.bytes;
+  });
+  if (!fits) return;
+  track.packetBytes = packets.bytes;
+  for (Sample& sample : track.samples) {
+    sample.count = sample.duration;
+    sample.duration = 1;
+    sample.size = packets.bytes;
+  }
+}
+
 void readMovie(Bytes content, const std::set<std::uint32_t>& wanted, MovieTables& movie) {
   BoxList boxes(content);
   while (const std::optional<Box> box = boxes.next()) {
@@ -371,6 +388,7 @@ std::optional<MovieTables> readMovieTables(std::int64_t size, const ReadAt& read
       }
     }
     if (!hasMovie) return std::nullopt;
+    std::ranges::for_each(movie.tracks, splitUncompressedSound);
     return movie;
   } catch (const std::bad_alloc&) {
     return std::nullopt;

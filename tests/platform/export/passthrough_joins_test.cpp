@@ -1,0 +1,253 @@
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+
+#include "tests/platform/export/passthrough_fixture.h"
+#include "vistrelle/platform/media/mov/sample_tables.h"
+
+namespace vistrelle::testing {
+namespace {
+
+using platform::Composition;
+using platform::MediaTime;
+using platform::mov::fourCc;
+
+platform::mov::MovieTables tablesOf(const std::string& path) {
+  const std::string bytes = readFile(path);
+  const auto readAt = [&bytes](std::int64_t offset, std::span<std::uint8_t> buffer) {
+    const auto left = static_cast<std::size_t>(std::max<std::int64_t>(std::ssize(bytes) - offset, 0));
+    const std::size_t count = std::min(left, buffer.size());
+    if (count > 0) std::memcpy(buffer.data(), bytes.data() + offset, count);
+    return static_cast<std::int64_t>(count);
+  };
+  auto tables = platform::mov::readMovieTables(std::ssize(bytes), readAt, {1, 2, 3, 4});
+  EXPECT_TRUE(tables);
+  return tables ? std::move(*tables) : platform::mov::MovieTables{};
+}
+
+std::shared_ptr<Composition> joined(const std::vector<std::string>& paths) {
+  auto composition = Composition::make();
+  for (const std::string& path : paths) {
+    const auto movie = loaded(path);
+    EXPECT_TRUE(movie) << path;
+    EXPECT_TRUE(
+        composition->insertTimeRange({MediaTime::zero(), movie->duration()}, movie, composition->duration(), nullptr));
+  }
+  return composition;
+}
+
+/// Programs of other makers open the movie and have nothing to say against it.
+void expectReadersContent(const std::string& path) {
+  const RunResult probe = runProgram({"ffprobe", "-v", "error", "-show_streams", "-show_format", path});
+  EXPECT_EQ(probe.status, 0);
+  EXPECT_EQ(probe.error, "");
+  const RunResult info = runProgram({"mediainfo", path});
+  EXPECT_EQ(info.status, 0);
+  EXPECT_EQ(info.output.find("IsTruncated"), std::string::npos) << info.output;
+  EXPECT_EQ(info.output.find("Conformance"), std::string::npos) << info.output;
+  const RunResult discoverer = runProgram({"gst-discoverer-1.0", path});
+  EXPECT_EQ(discoverer.status, 0) << discoverer.error;
+  EXPECT_NE(discoverer.output.find("Done discovering"), std::string::npos);
+  EXPECT_EQ(discoverer.output.find("rror"), std::string::npos) << discoverer.output;
+  const RunResult played =
+      runProgram({"gst-launch-1.0", "-q", "filesrc", "location=" + path, "!", "decodebin", "!", "fakesink"});
+  EXPECT_EQ(played.status, 0) << played.error;
+}
+
+std::string h264(const std::string& name, int offset, const std::vector<std::string>& more = {}) {
+  return clip(name, {numberedPictures(50, "25", offset), {"-c:v", "libx264", "-preset", "veryfast", "-g", "12"}, more});
+}
+
+TEST(PassthroughJoin, differentParameterSetsShareATrack) {
+  const ScratchFolder folder;
+  const auto composition =
+      joined({h264("join1.mov", 0), h264("join2.mp4", 100, {"-bf", "0", "-profile:v", "baseline"})});
+  composition->removeTimeRange(range(15, 10, 10));
+  const Written written = writeTo(*composition, folder.file("joined.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  Shown expected = shownBy({{0, 1.5}, {0.5, 1.5, 1.5, 100}}, 25);
+  expectShows(written.path, expected, 3);
+  const auto tables = tablesOf(written.path);
+  ASSERT_EQ(tables.tracks.size(), 1U);
+  EXPECT_EQ(tables.tracks[0].descriptions.size(), 2U);
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughJoin, otherCodingsTakeAFurtherTrack) {
+  const ScratchFolder folder;
+  const std::string other = clip("other.mov", {numberedPictures(50, "25", 100), {"-c:v", "mjpeg", "-q:v", "3"}});
+  const auto composition = joined({h264("join1.mov", 0), other});
+  const Written written = writeTo(*composition, folder.file("joined.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const auto tables = tablesOf(written.path);
+  ASSERT_EQ(tables.tracks.size(), 2U);
+  EXPECT_EQ(tables.tracks[1].edits.front().mediaTime, -1);
+  EXPECT_EQ(tables.tracks[1].edits.front().duration, 2U * tables.timeScale);
+  expectDecodes(written.path, shownBy({{0, 2}}, 25));
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughJoin, soundOfAnotherRateTakesAFurtherTrack) {
+  const ScratchFolder folder;
+  const std::vector<std::string> sine{"-f", "lavfi", "-i", "sine=duration=1:sample_rate=48000"};
+  const auto composition = joined({clip("one.mov", {sine, {"-c:a", "pcm_s16le"}}),
+                                   clip("other.wav", {sine, {"-c:a", "pcm_s16le", "-ar", "44100"}})});
+  const Written written = writeTo(*composition, folder.file("joined.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const DecodedMovie movie = decoded(written.path);
+  ASSERT_EQ(movie.sound.size(), 2U);
+  EXPECT_EQ(movie.sound.at(0).size(), 48000U);
+  EXPECT_EQ(movie.sound.at(1).size(), 44100U);
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughJoin, aacInOneMovieAfterAnother) {
+  const ScratchFolder folder;
+  const std::string path = clip("both.mp4", {numberedPictures(50),
+                                             {"-f", "lavfi", "-i", "sine=duration=2:sample_rate=48000"},
+                                             {"-c:v", "libx264", "-c:a", "aac", "-shortest"}});
+  const auto composition = joined({path, path, path});
+  const Written written = writeTo(*composition, folder.file("joined.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  expectShows(written.path, shownBy({{0, 2}, {0, 2}, {0, 2}}, 25), 6);
+  const DecodedMovie movie = decoded(written.path);
+  ASSERT_EQ(movie.sound.size(), 1U);
+  EXPECT_NEAR(static_cast<double>(movie.sound.begin()->second.size()), 6 * 48000, 3 * 1024);
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughHeaders, sampleEntriesSurviveByteForByte) {
+  const ScratchFolder folder;
+  const std::string path = clip("tags.mov", {numberedPictures(50),
+                                             {"-c:v", "libx264", "-colorspace", "bt709", "-color_primaries", "bt709",
+                                              "-color_trc", "bt709", "-aspect", "16:9", "-movflags", "write_colr"}});
+  const auto composition = whole(loaded(path));
+  composition->removeTimeRange(range(0, 1));
+  const Written written = writeTo(*composition, folder.file("tags.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const auto before = tablesOf(path);
+  const auto after = tablesOf(written.path);
+  EXPECT_EQ(before.tracks[0].descriptions, after.tracks[0].descriptions);
+  EXPECT_EQ(before.tracks[0].header.width, after.tracks[0].header.width);
+  EXPECT_EQ(before.tracks[0].header.height, after.tracks[0].header.height);
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughHeaders, rotationSurvives) {
+  const ScratchFolder folder;
+  const std::string path = dataFile("rotated_video.mp4");
+  const Written written = writeTo(*whole(loaded(path)), folder.file("rotated.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const auto before = tablesOf(path);
+  const auto after = tablesOf(written.path);
+  const auto isVideo = [](const auto& track) { return track.header.handler == fourCc("vide"); };
+  EXPECT_EQ(std::ranges::find_if(before.tracks, isVideo)->header.matrix,
+            std::ranges::find_if(after.tracks, isVideo)->header.matrix);
+}
+
+TEST(PassthroughHeaders, theTimecodeStartsAtTheCut) {
+  const ScratchFolder folder;
+  const std::string path =
+      clip("timecode.mov", {numberedPictures(100), {"-c:v", "libx264", "-timecode", "01:00:00:00"}});
+  const auto composition = whole(loaded(path));
+  composition->removeTimeRange(range(0, 12, 10));
+  const Written written = writeTo(*composition, folder.file("timecode.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const RunResult probe = runProgram({"ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+                                      "stream_tags=timecode", "-of", "csv=p=0", written.path});
+  EXPECT_EQ(probe.output, "01:00:01:05\n");
+  expectShows(written.path, shownBy({{1.2, 2.8}}, 25), 2.8);
+  expectReadersContent(written.path);
+}
+
+TEST(PassthroughHeaders, chaptersInTheRangeAreKept) {
+  const ScratchFolder folder;
+  const std::string notes =
+      clipFolder().write("chapters.txt",
+                         ";FFMETADATA1\n[CHAPTER]\nTIMEBASE=1/1000\nSTART=0\nEND=1000\ntitle=one\n"
+                         "[CHAPTER]\nTIMEBASE=1/1000\nSTART=1000\nEND=2500\ntitle=two\n"
+                         "[CHAPTER]\nTIMEBASE=1/1000\nSTART=2500\nEND=4000\ntitle=three\n");
+  const std::string path = clip(
+      "chapters.mov", {numberedPictures(100), {"-i", notes, "-map_metadata", "1", "-map", "0:v", "-c:v", "libx264"}});
+  const auto composition = whole(loaded(path));
+  composition->removeTimeRange(range(0, 15, 10));
+  const Written written = writeTo(*composition, folder.file("chapters.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const RunResult probe = runProgram({"ffprobe", "-v", "error", "-show_chapters", "-of", "compact=p=0", written.path});
+  EXPECT_EQ(probe.output.find("title=one"), std::string::npos);
+  EXPECT_NE(probe.output.find("start_time=0.000000|end=1000"), std::string::npos) << probe.output;
+  EXPECT_NE(probe.output.find("title=two"), std::string::npos) << probe.output;
+  EXPECT_NE(probe.output.find("start_time=1.000000"), std::string::npos) << probe.output;
+  EXPECT_NE(probe.output.find("title=three"), std::string::npos) << probe.output;
+}
+
+TEST(PassthroughFailure, aFullDiskIsReported) {
+  const ScratchFolder folder;
+  if (::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, "size=64k") != 0)
+    GTEST_SKIP() << "no disk can be mounted here";
+  const std::string path = clip("large.mov", {numberedPictures(50), {"-c:v", "rawvideo", "-pix_fmt", "uyvy422"}});
+  const Written written = writeTo(*loaded(path), folder.file("full.mov"));
+  ::umount2(folder.path().c_str(), MNT_DETACH);
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the movie cannot be written: No space left on device");
+}
+
+TEST(PassthroughFailure, aMovieCutWithinASampleIsReported) {
+  const ScratchFolder folder;
+  const std::string path = clip("front.mov", {numberedPictures(50), {"-c:v", "prores_ks", "-movflags", "faststart"}});
+  const std::string bytes = readFile(path);
+  const std::string cut = folder.write("cut.mov", bytes.substr(0, bytes.size() * 2 / 3));
+  const auto movie = loaded(cut);
+  ASSERT_TRUE(movie);
+  const Written written = writeTo(*movie, folder.file("written.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the movie ends within a sample");
+}
+
+TEST(PassthroughFailure, theSourceMayGoWhileItIsCopied) {
+  const ScratchFolder folder;
+  const std::string path =
+      folder.write("gone.mov", readFile(clip("small.mov", {numberedPictures(50), {"-c:v", "prores_ks"}})));
+  const auto movie = loaded(path);
+  ASSERT_TRUE(movie);
+  std::filesystem::remove(path);
+  const Written written = writeTo(*movie, folder.file("written.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  expectDecodes(written.path, shownBy({{0, 2}}, 25));
+}
+
+TEST(PassthroughFailure, cancellationEndsIt) {
+  const ScratchFolder folder;
+  const auto movie = loaded(clip("large.mov", {numberedPictures(50), {"-c:v", "rawvideo", "-pix_fmt", "uyvy422"}}));
+  const int fd = ::open(folder.file("cancelled.mov").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  platform::ExportControl control;
+  int asked = 0;
+  control.isCancelled = [&asked] { return ++asked > 2; };
+  std::string error;
+  EXPECT_FALSE(platform::writePassthrough(*movie, fd, control, &error));
+  EXPECT_EQ(error, "cancelled");
+  ::close(fd);
+}
+
+TEST(PassthroughFailure, nothingToWriteIsAnError) {
+  const ScratchFolder folder;
+  const Written written = writeTo(*Composition::make(), folder.file("empty.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the movie has no samples");
+}
+
+TEST(PassthroughCodings, theFirstOneWithoutASampleEntryIsNamed) {
+  std::string reason;
+  EXPECT_TRUE(platform::canPassThrough(*loaded(h264("join1.mov", 0)), &reason)) << reason;
+  const auto theora = loaded(clip("vorbis.ogg", {{"-f", "lavfi", "-i", "sine=duration=1"}, {"-c:a", "libvorbis"}}));
+  ASSERT_TRUE(theora);
+  EXPECT_FALSE(platform::canPassThrough(*theora, &reason));
+  EXPECT_EQ(reason, "'vorbis' of track 1 has no sample entry in a QuickTime movie");
+  EXPECT_FALSE(platform::canPassThrough(*whole(theora), nullptr));
+}
+
+}  // namespace
+}  // namespace vistrelle::testing
