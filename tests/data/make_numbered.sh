@@ -189,6 +189,7 @@ nearest='-sws_flags neighbor'
   usual vp9.webm -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 50 -b:v 500k
   usual vp9_hidden.webm -c:v libvpx-vp9 -deadline good -cpu-used 5 -auto-alt-ref 6 -lag-in-frames 25 -g 50 -b:v 500k
   usual vp9_hidden.mp4 -c:v libvpx-vp9 -deadline good -cpu-used 5 -auto-alt-ref 1 -lag-in-frames 16 -g 50 -b:v 500k
+  usual vp9_odd.webm -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 50 -b:v 500k -s 163x101 $nearest
   usual vp9.ivf -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 50 -b:v 500k
   numbered av1.mkv 25/1 60 -c:v libaom-av1 -cpu-used 8 -g 25 -b:v 300k
   numbered av1.mp4 25/1 60 -c:v libaom-av1 -cpu-used 8 -g 25 -b:v 300k
@@ -215,6 +216,7 @@ nearest='-sws_flags neighbor'
   usual png.mov -c:v png -pix_fmt rgb24
   usual animation.mov -c:v qtrle -pix_fmt rgb24 -g 25
   usual ffv1.mkv -c:v ffv1 -g 1
+  usual ffv1_odd.mkv -c:v ffv1 -g 1 -s 161x97 $nearest
   usual huffyuv.avi -c:v huffyuv -pix_fmt yuv422p
   usual utvideo.avi -c:v utvideo
   usual uncompressed.avi -c:v rawvideo
@@ -326,17 +328,31 @@ truth 25 1 100 | changed rewrapped.mkv h264.ts -i h264.ts -c copy
 
 # ---- bytes changed --------------------------------------------------------------------------------------------------------
 
-# Two streams joined end to end, every time twice: counted.
+# Two streams joined end to end, every time twice: counted, but only as long as the last time says.
 if is_wanted joined.ts; then
   needs h264.ts
   cat h264.ts h264.ts >"making.$$.joined.ts"
-  { truth 25 1 100; truth 25 1 100 0 4; } | put joined.ts $?
+  { truth 25 1 100; truth 25 1 1 0 4; } | put joined.ts $?
 fi
 if is_wanted joined_mpeg2.ts; then
   needs mpeg2.ts
   cat mpeg2.ts mpeg2.ts >"making.$$.joined_mpeg2.ts"
-  { truth 25 1 100; truth 25 1 100 0 4; } | put joined_mpeg2.ts $?
+  { truth 25 1 100; truth 25 1 1 0 4; } | put joined_mpeg2.ts $?
 fi
+
+# The size changes in mid-stream: the second half is twice as large.
+second_half() {
+  is_wanted "$1" || return 0
+  needs "$2"
+  make_numbers
+  # shellcheck disable=SC2086
+  quiet -f rawvideo -pix_fmt yuv420p -s 160x96 -r 25 -i "$numbers" -frames:v 100 -s 320x192 $nearest $3 \
+    -output_ts_offset "$4" "making.$$.half.ts" && cat "$2" "making.$$.half.ts" >"making.$$.$1"
+  status=$?
+  rm -f "making.$$.half.ts"
+  { truth 25 1 100; truth 25 1 100 0 4; } | put "$1" $status
+}
+second_half resized.ts h264.ts "$x264" 4
 
 # cut_off NAME SOURCE FRAMES: the first 60 % of the bytes, which hold at least FRAMES frames
 cut_off() {

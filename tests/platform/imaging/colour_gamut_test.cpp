@@ -143,6 +143,26 @@ TEST(Cinema, XyzIsDrawnInItsColours) {
   }
 }
 
+TEST(BayerPattern, IsDrawnInItsColours) {
+  // Red, green, green, blue: rows of R G and G B.
+  for (const int side : {16, 17}) {
+    std::vector<std::uint8_t> bytes;
+    for (int y = 0; y < side; ++y) {
+      for (int x = 0; x < side; ++x) {
+        bytes.push_back(y % 2 == 0 ? (x % 2 == 0 ? 200 : 100) : (x % 2 == 0 ? 100 : 30));
+      }
+    }
+    const Rgba shown = drawnColour(testing::rawFrame("bayer_rggb8", side, side, side, bytes));
+    EXPECT_LE(largestDifference(shown, {200, 100, 30, 255}), 2) << side;
+    std::vector<std::uint8_t> wide;
+    for (const std::uint8_t value : bytes) wide.insert(wide.end(), {value, value});
+    EXPECT_LE(largestDifference(drawnColour(testing::rawFrame("bayer_rggb16le", side, side, 2 * side, wide)),
+                                {200, 100, 30, 255}),
+              2)
+        << side;
+  }
+}
+
 TEST(FloatingPoint, SamplesAreClippedAndLinearOnesCoded) {
   const auto floats = [](const std::vector<float>& pixel) {
     std::vector<std::uint8_t> bytes;

@@ -159,12 +159,27 @@ bool renderInOnePass(const PlanarImage& frame, const FrameLayout& layout, const 
   return true;
 }
 
+bool renderPattern(const PlanarImage& frame, const FrameLayout& layout, const Layer& layer, std::uint8_t* target,
+                   std::size_t rowBytes) {
+  const auto colours = withoutPattern(frame, layout);
+  const auto colourLayout = colours ? frameLayout(*colours) : std::nullopt;
+  const auto rows = colourLayout ? frameRows(*colours, *colourLayout) : nullptr;
+  if (!rows) return false;
+  AxisMap u = layer.u.map;
+  AxisMap v = layer.v.map;
+  u.highest = std::min(u.highest, colours->width - 1);
+  v.highest = std::min(v.highest, colours->height - 1);
+  resample(*rows, u, v, target, rowBytes);
+  return true;
+}
+
 bool render(const Picture& picture, const Layer& layer, std::uint8_t* target, std::size_t rowBytes) {
   std::unique_ptr<RowSource> rows;
   PlanarImage frame;  // read by the rows
   if (const PlanarImage* planar = picture.planar()) {
     const auto layout = frameLayout(*planar);
     if (!layout) return false;
+    if (layout->isBayer) return renderPattern(*planar, *layout, layer, target, rowBytes);
     frame = deinterlaced(*planar, *layout);
     if (renderInOnePass(frame, *layout, layer, target, rowBytes)) return true;
     rows = frameRows(frame, *layout);

@@ -53,8 +53,7 @@ std::optional<FrameLayout> frameLayout(const PlanarImage& image) {
   if (fullByName) name.erase(kFullRangePrefix.size() - 1, 1);
   const AVPixelFormat format = av_get_pix_fmt(name.c_str());
   const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-  constexpr std::uint64_t kUnsupported = AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER;
-  if (!descriptor || (descriptor->flags & kUnsupported) != 0) return std::nullopt;
+  if (!descriptor || (descriptor->flags & AV_PIX_FMT_FLAG_HWACCEL) != 0) return std::nullopt;
   const bool isFloat = (descriptor->flags & AV_PIX_FMT_FLAG_FLOAT) != 0;
   const bool isForeign = ((descriptor->flags & AV_PIX_FMT_FLAG_BE) != 0) != (std::endian::native == std::endian::big);
   if (isFloat && (descriptor->comp[0].depth != 32 || isForeign)) return std::nullopt;
@@ -64,6 +63,7 @@ std::optional<FrameLayout> frameLayout(const PlanarImage& image) {
   layout.format = format;
   layout.isXyz = name.starts_with("xyz");
   layout.isFloat = isFloat;
+  layout.isBayer = (descriptor->flags & AV_PIX_FMT_FLAG_BAYER) != 0;
   layout.isRgb = (descriptor->flags & kRgb) != 0 || layout.isXyz || isFloat;
   layout.isGray = !layout.isRgb && descriptor->nb_components < 3;
   layout.hasAlpha = (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL)) != 0;

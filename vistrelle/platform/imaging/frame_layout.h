@@ -13,6 +13,7 @@ struct FrameLayout {
   bool isRgb = false;      ///< red, green and blue samples or a palette; else luma and chroma, or luma alone
   bool isGray = false;     ///< no chroma
   bool isXyz = false;      ///< X', Y' and Z' in place of red, green and blue
+  bool isBayer = false;    ///< one colour a pixel in a pattern; read like RGB
   bool isFloat = false;    ///< samples are 32-bit floating-point numbers, 1 being white; read like RGB
   bool hasAlpha = false;   ///< not multiplied into the colour
   bool fullRange = false;  ///< by the frame's tag, else by the layout
@@ -23,7 +24,7 @@ struct FrameLayout {
   int chromaShiftY = 0;
 };
 
-/// Nothing for an unknown layout and for those without plain samples (Bayer patterns, hardware surfaces, half floats).
+/// Nothing for an unknown layout and for those without plain samples (hardware surfaces, half floats).
 std::optional<FrameLayout> frameLayout(const PlanarImage& image);
 
 /// Whether the frame can be drawn: known layout, all planes there and wide enough, sizes sane, something visible.

@@ -11,6 +11,7 @@ extern "C" {
 #include <array>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/imaging/resampler.h"
@@ -175,6 +176,36 @@ std::optional<FullPlanes> scaleFrame(const PlanarImage& image, const FrameLayout
   const BorrowedFrame scaled = borrow(out, outBytes, target, width, height);
   // Frames and not plain planes: only with them the scaler uses its threads.
   if (!source || !scaled || sws_scale_frame(scaler.get(), scaled.get(), source.get()) < 0) return std::nullopt;
+  return result;
+}
+
+std::optional<PlanarImage> withoutPattern(const PlanarImage& image, const FrameLayout& layout) {
+  // The scaler reads patterns of even sizes only; a last odd row or column is left out.
+  const int width = image.width & ~1;
+  const int height = image.height & ~1;
+  // Of 8 bits it makes 16 only in name.
+  const auto format = static_cast<AVPixelFormat>(layout.format);
+  const bool isWide = av_get_bits_per_pixel(av_pix_fmt_desc_get(format)) > 8;
+  const AVPixelFormat target = isWide ? AV_PIX_FMT_RGB48LE : AV_PIX_FMT_RGB24;
+  const Scaler scaler(
+      sws_getContext(width, height, format, width, height, target, SWS_POINT, nullptr, nullptr, nullptr));
+  if (!scaler || width < 2 || height < 2) return std::nullopt;
+  const std::size_t rowBytes = static_cast<std::size_t>(width) * (isWide ? 6 : 3) + kRowAlignment;
+  auto bytes = std::make_shared<std::vector<std::uint8_t>>(rowBytes * static_cast<std::size_t>(height));
+  const std::uint8_t* const in[4] = {image.planes[0].data};
+  const int inBytes[4] = {image.planes[0].rowBytes};
+  std::uint8_t* const out[4] = {bytes->data()};
+  const int outBytes[4] = {static_cast<int>(rowBytes)};
+  if (sws_scale(scaler.get(), in, inBytes, 0, height, out, outBytes) != height) return std::nullopt;
+  PlanarImage result = image;
+  result.layout = isWide ? "rgb48le" : "rgb24";
+  result.width = width;
+  result.height = height;
+  result.visible.width = std::min(result.visible.width, width - result.visible.x);
+  result.visible.height = std::min(result.visible.height, height - result.visible.y);
+  result.planes = {};
+  result.planes[0] = {bytes->data(), static_cast<int>(rowBytes)};
+  result.owner = bytes;
   return result;
 }
 

@@ -42,4 +42,7 @@ bool canScaleWindow(const FrameLayout& layout, const PlanarImage& image, const P
 std::optional<FullPlanes> scaleFrame(const PlanarImage& image, const FrameLayout& layout, const PixelWindow& window,
                                      int width, int height);
 
+/// The colours of a frame that has one colour a pixel (Bayer pattern). Nothing when that fails.
+std::optional<PlanarImage> withoutPattern(const PlanarImage& image, const FrameLayout& layout);
+
 }  // namespace vistrelle::platform
