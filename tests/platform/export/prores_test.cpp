@@ -8,6 +8,7 @@
 #include "tests/platform/media/movie_loading.h"
 #include "tests/support/child.h"
 #include "tests/support/clips.h"
+#include "vistrelle/platform/media/export/picture_conversion.h"
 #include "vistrelle/platform/media/export/prores_export.h"
 
 namespace vistrelle::platform {
@@ -303,10 +304,45 @@ TEST_F(ProRes, PixelAspectAndRotationAreKept) {
     EXPECT_EQ(probed(outcome.path, "v:0", "stream_side_data=rotation"),
               probed(turned, "v:0", "stream_side_data=rotation"));
   }
-  const Outcome mirrored = exportedClip(testing::sampleMovie("sample_rotate_and_reflect.mp4"));
-  ASSERT_TRUE(mirrored.succeeded) << mirrored.error;
   const auto matrix = [](const std::string& movie) { return probed(movie, "v:0", "stream_side_data=displaymatrix"); };
-  EXPECT_NE(matrix(mirrored.path), "");
+  for (const char* sample : {"sample_rotate_and_reflect.mp4", "sideways_movie.mov"}) {
+    const Outcome mirrored = exportedClip(testing::sampleMovie(sample));
+    ASSERT_TRUE(mirrored.succeeded) << mirrored.error;
+    EXPECT_NE(matrix(mirrored.path), "");
+    EXPECT_EQ(matrix(mirrored.path), matrix(testing::sampleMovie(sample)));
+  }
+}
+
+TEST_F(ProRes, OnlyTheCleanApertureIsWritten) {
+  const std::shared_ptr<AVFrame> frame(av_frame_alloc(), AvDeleter());
+  frame->format = AV_PIX_FMT_YUV420P;
+  frame->width = 64;
+  frame->height = 48;
+  ASSERT_GE(av_frame_get_buffer(frame.get(), 0), 0);
+  for (int plane = 0; plane < 3; ++plane) {
+    for (int y = 0; y < (plane == 0 ? 48 : 24); ++y) {
+      for (int x = 0; x < (plane == 0 ? 64 : 32); ++x) {
+        frame->data[plane][y * frame->linesize[plane] + x] =
+            static_cast<std::uint8_t>(plane == 0 ? 20 + x + 2 * y : 128);
+      }
+    }
+  }
+  // 56 x 40 in the middle, moved by two to the right and two down (ISO/IEC 14496-12, 12.1.4).
+  FrameShape shape;
+  shape.cleanAperture = mov::CleanAperture{{56, 1}, {40, 1}, {2, 1}, {2, 1}};
+  const PictureForm form = formOf(*frame, shape);
+  EXPECT_EQ(form.width, 56);
+  EXPECT_EQ(form.height, 40);
+  PictureConversion conversion(form);
+  std::string error;
+  const auto converted = conversion.convert(*frame, shape, &error);
+  ASSERT_TRUE(converted) << error;
+  const auto luma = [&](int x, int y) {
+    return reinterpret_cast<const std::uint16_t*>(converted->data[0] + y * converted->linesize[0])[x];
+  };
+  for (const auto& [x, y] : {std::pair{0, 0}, std::pair{55, 0}, std::pair{0, 39}, std::pair{55, 39}}) {
+    EXPECT_NEAR(luma(x, y), 4 * (20 + (x + 6) + 2 * (y + 6)), 4) << x << "," << y;
+  }
 }
 
 TEST_F(ProRes, OddSizesAndVaryingRatesAreWritten) {

@@ -57,7 +57,7 @@ Crop cropOf(const AVFrame& frame, const FrameShape& shape) {
   if (!shape.cleanAperture) return crop;
   const PixelRect rect = visibleRect(*shape.cleanAperture, frame.width, frame.height);
   crop.left = static_cast<int>(std::lround(rect.x)) & ~1;
-  crop.top = static_cast<int>(std::lround(rect.y)) & ~3;
+  crop.top = static_cast<int>(std::lround(rect.y)) & (isInterlaced(frame) ? ~3 : ~1);
   crop.width = std::clamp(static_cast<int>(std::lround(rect.x + rect.width)) - crop.left, 1, frame.width - crop.left);
   crop.height = std::clamp(static_cast<int>(std::lround(rect.y + rect.height)) - crop.top, 1, frame.height - crop.top);
   return crop;

@@ -47,6 +47,8 @@ bool PictureDecoder::prepare(std::string* error) {
   // All frames are wanted, so that waiting for their order costs nothing.
   run_.usePatience();
   shape_ = frameShapeOf(track_->facts(), *packets.stream());
+  const std::span<const std::uint8_t> matrix = streamSideData(*packets.stream(), AV_PKT_DATA_DISPLAYMATRIX);
+  matrix_.assign(matrix.begin(), matrix.end());
   const AVRational timeBase = packets.stream()->time_base;
   const FrameTimeline byTicks = FrameTimeline::byTicks(timeBase, ticksNearest(source.zero(), timeBase));
   if (!run_.rules().isCounted) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,8 @@ class PictureDecoder {
   std::optional<Picture> next(std::string* error);
 
   const FrameShape& shape() const { return shape_; }
-  const AVCodecParameters& parameters() const { return *track_->facts().parameters; }
+  /// The nine values of the display matrix as libavutil stores them; empty when the movie has none.
+  std::span<const std::uint8_t> displayMatrix() const { return matrix_; }
   /// The length of one unit that all its frames' times are multiples of, counted from zero().
   MediaTime unit() const { return timeline_->timeOf(1) - timeline_->timeOf(0); }
   MediaTime zero() const { return timeline_->timeOf(0); }
@@ -47,6 +49,7 @@ class PictureDecoder {
   FramePlan plan_;
   FrameRun run_;
   FrameShape shape_;
+  std::vector<std::uint8_t> matrix_;
   std::optional<FrameTimeline> timeline_;
   std::shared_ptr<const Frame> first_;  // to be delivered first
   std::shared_ptr<const Frame> next_;   // after that

@@ -1,12 +1,6 @@
 #include "vistrelle/platform/media/export/prores_export.h"
 
-extern "C" {
-#include <libavutil/display.h>
-#include <libavutil/mem.h>
-}
-
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
 #include <deque>
@@ -124,16 +118,12 @@ bool ProResExport::openEncoder(const PictureForm& form, std::string* error) {
   return status >= 0;
 }
 
-/// Rotation stays a fact of the track.
+/// Rotation and mirroring stay facts of the track, stored as they were.
 void ProResExport::keepOrientation(const PictureWalk::Shown& first) {
-  if (first.decoder == nullptr || !first.decoder->shape().orientation) return;
-  const Orientation orientation = *first.decoder->shape().orientation;
-  auto* matrix = reinterpret_cast<std::int32_t*>(
-      av_stream_new_side_data(pictures_, AV_PKT_DATA_DISPLAYMATRIX, sizeof(std::int32_t) * 9));
-  if (matrix == nullptr) return;
-  // libavutil counts a rotation of the matrix counterclockwise.
-  av_display_rotation_set(matrix, 90.0 * orientation.quarterTurnsClockwise);
-  if (orientation.mirrored) av_display_matrix_flip(matrix, 1, 0);
+  const std::span<const std::uint8_t> matrix = first.decoder->displayMatrix();
+  if (matrix.empty()) return;
+  std::uint8_t* stored = av_stream_new_side_data(pictures_, AV_PKT_DATA_DISPLAYMATRIX, matrix.size());
+  if (stored != nullptr) std::memcpy(stored, matrix.data(), matrix.size());
 }
 
 bool ProResExport::beginMovie(std::string* error) {
