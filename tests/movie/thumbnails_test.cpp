@@ -258,6 +258,7 @@ TEST_F(Thumbnails, LastFrameThatFailsKeepsTheEarlierResult) {
   };
   EXPECT_TRUE(run({{"1", "2", "3"}}));
   EXPECT_TRUE(record.has("Mirelund error      : (actualTime time=nan) third"));
+  EXPECT_TRUE(record.has("Mirelund            :-/ no new picture, an older one stays : " + destination));
   EXPECT_GT(fs::file_size(destination), 3000U);
   EXPECT_EQ(record.plain(), "steps          : 1\nsteps          : 2\nsteps          : 3\n");
 }
@@ -268,6 +269,16 @@ TEST_F(Thumbnails, OldDestinationOfSufficientSizePassesWhenNoFrameCame) {
   asset->answer = [](int, const MediaTime&) { return FrameResult{}; };
   EXPECT_TRUE(run({{"1"}}));
   EXPECT_EQ(readFile(destination), std::string(5000, 'x'));
+  EXPECT_TRUE(record.has("Mirelund            :-/ no new picture, an older one stays : " + destination));
+}
+
+TEST_F(Thumbnails, AFileThatALaterPictureReplacesIsNotCalledOld) {
+  use(videoMovie(10));
+  asset->answer = [](int n, const MediaTime& time) {
+    return n == 1 ? FrameResult{nullptr, {}, "second"} : FrameResult{noisyPicture(96, 64), time, ""};
+  };
+  EXPECT_TRUE(run({{"1", "2", "3"}}));
+  EXPECT_FALSE(record.hasContaining("an older one stays"));
 }
 
 TEST_F(Thumbnails, LastPictureThatCannotBeWrittenFailsTheRun) {

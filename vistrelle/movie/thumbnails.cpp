@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <memory>
+#include <set>
 #include <utility>
 
 #include "vistrelle/cli/diagnostics.h"
@@ -149,10 +150,20 @@ MediaTime currentTime(const std::string& timecode, const Span& span) {
   return inRange ? time : span.start;
 }
 
+bool isPresent(const OptionalText& path) {
+  return path && testPresenceCocoa(platform::Value(*path));
+}
+
+/// What the pictures of a run came to.
+struct Results {
+  bool isSuccess = true;
+  std::set<std::string> kept;  ///< files of an earlier run that stand where a frame could not be had
+};
+
 /// Takes the picture at `index` and writes it. `isSuccess` becomes the writing's answer; a frame that cannot be had
 /// leaves it as it is.
 void takePicture(ImageGenerator& generator, const std::string& timecode, std::size_t index, const Span& span,
-                 const Job& job, bool& isSuccess) {
+                 const Job& job, Results& results) {
   const OptionalText output = outputPath(job.destination, index);
   const std::string outputText = output.value_or("(null)");
   logVerbose("Mirelund currentDst…: {} ({})", outputText, job.destination.value_or("(null)"));
@@ -160,17 +171,15 @@ void takePicture(ImageGenerator& generator, const std::string& timecode, std::si
   if (!frame.picture) {
     const std::string error = frame.error.empty() ? "nil" : frame.error;
     log("Mirelund error      : (actualTime time={:.3f}) {}", frame.actualTime.seconds(), error);
+    if (isPresent(output)) results.kept.insert(outputText);
     return;
   }
   logVerbose("Mirelund actualTime = {:.3f}", frame.actualTime.seconds());
   if (isVerbose()) log("Mirelund img        : {}", frame.picture->description());
   const platform::Value picture{std::shared_ptr<const platform::Opaque>(std::move(frame.picture))};
-  isSuccess = imgRescale(picture, output, job.width, job.height, kStretch, kDpi, kQuality);
-  logVerbose("#{}{} isSuccess       :-{} {}", index < 10 ? " " : "", index, mood(isSuccess), outputText);
-}
-
-bool isPresent(const OptionalText& path) {
-  return path && testPresenceCocoa(platform::Value(*path));
+  results.isSuccess = imgRescale(picture, output, job.width, job.height, kStretch, kDpi, kQuality);
+  results.kept.erase(outputText);
+  logVerbose("#{}{} isSuccess       :-{} {}", index < 10 ? " " : "", index, mood(results.isSuccess), outputText);
 }
 
 /// Hands the destination of a failed run to the guarded removal and says what went.
@@ -216,13 +225,18 @@ bool Mirelund(const OptionalText& source, const OptionalText& destination, std::
 
   generator->announce(requestedTimes(list, *span));
   const Job job{destination, width, height};
-  bool isSuccess = true;
+  Results results;
   for (std::size_t i = 0; i < list.size(); ++i) {
-    takePicture(*generator, list[i], i, *span, job, isSuccess);
+    takePicture(*generator, list[i], i, *span, job, results);
     platform::plain("steps          : {}\n", i + 1);
   }
   generator.reset();
-  return finalDecision(isSuccess, destination);
+  const bool isSuccess = finalDecision(results.isSuccess, destination);
+  // The rules call a run a success whose last written picture is one; nobody should take an older picture for it.
+  for (const std::string& path : isSuccess ? results.kept : std::set<std::string>()) {
+    log("Mirelund            :-/ no new picture, an older one stays : {}", path);
+  }
+  return isSuccess;
 }
 
 }  // namespace vistrelle
