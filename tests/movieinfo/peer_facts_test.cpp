@@ -249,7 +249,10 @@ class Comparison {
 std::set<std::string> explainedDifferences() {
   std::ifstream page(std::string(VISTRELLE_SOURCE_DIR) + "/docs/information.md");
   std::set<std::string> rows;
+  bool isInSection = false;
   for (std::string line; std::getline(page, line);) {
+    if (line.starts_with("## ")) isInSection = line == "## Beside ffprobe and mediainfo";
+    if (!isInSection) continue;
     if (line.find("| ffprobe |") == std::string::npos && line.find("| mediainfo |") == std::string::npos) continue;
     const std::size_t end = line.rfind('|');
     const std::size_t reason = line.rfind('|', end - 1);
