@@ -74,6 +74,10 @@ std::int64_t InputFile::readAt(std::int64_t offset, std::span<std::uint8_t> buff
   }
 }
 
+void InputFile::willRead(std::int64_t offset, std::int64_t length) {
+  ::posix_fadvise(descriptor_, offset, length, POSIX_FADV_WILLNEED);
+}
+
 std::shared_ptr<InputBytes> InputFile::openReference(const std::string& relativePath, std::string* error) {
   const int folder = ::open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) {

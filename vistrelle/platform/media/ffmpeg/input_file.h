@@ -45,6 +45,8 @@ class InputBytes {
   virtual std::int64_t size() const = 0;
   /// Reads up to buffer.size() bytes at `offset`: how many came (0 at and after the end), or a negative errno.
   virtual std::int64_t readAt(std::int64_t offset, std::span<std::uint8_t> buffer) = 0;
+  /// Tells that a piece will soon be read; nothing needs to be done about it.
+  virtual void willRead(std::int64_t /*offset*/, std::int64_t /*length*/) {}
   /// The bytes of another file that the movie refers to, by a path relative to the movie's folder. Empty with an
   /// error text where it is not a regular file beneath that folder reached without links.
   virtual std::shared_ptr<InputBytes> openReference(const std::string& relativePath, std::string* error);
@@ -63,6 +65,7 @@ class InputFile : public InputBytes {
   /// For handing the open file to another process; this object goes on owning its own.
   int descriptor() const { return descriptor_; }
   std::int64_t readAt(std::int64_t offset, std::span<std::uint8_t> buffer) override;
+  void willRead(std::int64_t offset, std::int64_t length) override;
   std::shared_ptr<InputBytes> openReference(const std::string& relativePath, std::string* error) override;
 
  private:
