@@ -13,6 +13,7 @@ namespace vistrelle::platform {
 namespace {
 
 constexpr std::size_t kReadBytes = std::size_t{1} << 20;
+constexpr std::int64_t kAheadBytes = std::int64_t{8} << 20;
 
 bool fail(std::string* error, std::string text) {
   if (error != nullptr) *error = std::move(text);
@@ -26,8 +27,14 @@ class FileStore : public SampleStore {
   bool copy(std::span<const ByteRange> ranges, const ByteSink& sink, std::string* error) override {
     for (const ByteRange& range : ranges) {
       std::int64_t at = range.start;
+      std::int64_t announced = at;
       while (at < range.end()) {
         const auto wanted = static_cast<std::size_t>(std::min<std::int64_t>(range.end() - at, std::ssize(buffer_)));
+        if (at + kAheadBytes / 2 > announced && announced < range.end()) {
+          // The disk reads on while what it gave is written.
+          bytes_->willRead(announced, std::min(kAheadBytes, range.end() - announced));
+          announced += kAheadBytes;
+        }
         const std::int64_t count = bytes_->readAt(at, std::span(buffer_.data(), wanted));
         if (count < 0) return fail(error, avErrorText(static_cast<int>(count)));
         if (count == 0) return fail(error, "the movie ends within a sample");
