@@ -50,6 +50,12 @@ class CheckIncludes(unittest.TestCase):
                            platform__media__av_h="#include <libavutil/frame.h>\n")
         self.assertEqual(code, 0, text)
 
+    def test_private_header_in_a_folder_built_on_it(self):
+        for user, wanted in (("platform__media__export__a_cpp", 0), ("platform__media__other__a_cpp", 1)):
+            code, text = check(**{user: '#include "vistrelle/platform/media/ffmpeg/av.h"\n',
+                                  "platform__media__ffmpeg__av_h": "#include <libavutil/frame.h>\n"})
+            self.assertEqual(code, wanted, text)
+
     def test_platform_with_upper_header(self):
         code, text = check(platform__files__a_cpp='#include "vistrelle/text/text.h"\n')
         self.assertEqual(code, 1)
