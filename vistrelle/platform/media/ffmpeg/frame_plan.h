@@ -23,6 +23,8 @@ class FramePlan {
   /// `place` has been asked for and answered once. Gives the frame that nobody waits for any more because of it.
   std::optional<std::int64_t> consume(std::int64_t place);
 
+  /// Whether `place` was announced and has not been asked for as often as that yet.
+  bool contains(std::int64_t place) const { return places_.contains(place); }
   /// The smallest announced place at or after `from` that has no answer yet.
   std::optional<std::int64_t> nextOpen(std::int64_t from) const;
   /// The smallest announced place after `place` that has no answer yet.

@@ -22,6 +22,22 @@ constexpr std::int64_t kMostReadAheadBytes = std::int64_t{64} << 20;
 constexpr std::int64_t kLongRun = 2;
 constexpr int kErrorsInARow = 64;
 
+// Codecs whose frames lean on each other, so that runs are long. Decoders of others gain nothing from several frames at
+// a time, and PNG's has been seen to give the picture of another frame that way.
+bool decodesFramesBesideEachOther(AVCodecID codec) {
+  switch (codec) {
+    case AV_CODEC_ID_H264:
+    case AV_CODEC_ID_HEVC:
+    case AV_CODEC_ID_MPEG4:
+    case AV_CODEC_ID_VP8:
+    case AV_CODEC_ID_VP9:
+    case AV_CODEC_ID_AV1:
+      return true;
+    default:
+      return false;
+  }
+}
+
 bool isDiscarded(const AVPacket& packet) {
   return (packet.flags & AV_PKT_FLAG_DISCARD) != 0;
 }
@@ -42,7 +58,7 @@ FrameRun::FrameRun(std::shared_ptr<MovieSource> source, int streamIndex, const F
 void FrameRun::beginRun() {
   current_.reset();
   next_.reset();
-  currentIsFirst_ = drained_ = ended_ = disordered_ = leftOutTheAnswer_ = false;
+  currentIsFirst_ = drained_ = cutShort_ = ended_ = disordered_ = leftOutTheAnswer_ = false;
   framesSeen_ = packetsFed_ = 0;
   noted_ = 0;
   seen_.clear();
@@ -84,12 +100,12 @@ bool FrameRun::prepareDecoder(std::int64_t target, std::string* error) {
   Threading threading = Threading::slices;
   if (oneThread_) {
     threading = Threading::one;
-  } else if (!rules_.isIntraOnly) {
+  } else if (!rules_.isIntraOnly && decodesFramesBesideEachOther(packets_.codec())) {
     const std::int64_t from = landing_.fromStart ? rules_.landing.earliest : landing_.keyPts;
     const std::int64_t to = std::clamp(target, from, std::max(from, rules_.landing.latest));
     const std::int64_t perSecond = std::max<std::int64_t>(1, rules_.rate.den) * rules_.landing.second;
     const std::int64_t frames = rules_.isCounted ? target : av_rescale(to - from, rules_.rate.num, perSecond);
-    if (frames >= kLongRun) threading = Threading::frames;
+    if (frames >= kLongRun || plan_.nextOpenAfter(target)) threading = Threading::frames;
   }
   if (decoder_ && decoder_->threading() == threading && decoder_->isPatient() == patient_) {
     decoder_->flush();
@@ -104,6 +120,7 @@ bool FrameRun::prepareDecoder(std::int64_t target, std::string* error) {
 }
 
 bool FrameRun::canContinueTo(std::int64_t place) const {
+  if (cutShort_ && place > cutPlace_) return false;
   return landed_ && !disordered_ && current_ && (current_->place <= place || currentIsFirst_);
 }
 
@@ -196,12 +213,32 @@ bool FrameRun::isWanted(std::int64_t number, std::int64_t place) const {
   return open && *open < next;
 }
 
+// The packets tell that the decoder has all it needs for the announced `place`, and nobody wants what follows before
+// another key. What the decoder holds back it gives out when it is told that no more comes; without that each of its
+// threads would have to be given a further frame to decode.
+bool FrameRun::isLastOfGroup(std::int64_t place) {
+  if (decoder_->threading() != FrameDecoder::Threading::frames) return false;
+  if (rules_.isCounted || !rules_.decodingTimesHold || timesDoubtful_) return false;
+  if (!plan_.contains(place) || seen_.upper_bound(place) == seen_.begin() || highestDts_ <= place) return false;
+  const std::optional<std::int64_t> open = plan_.nextOpenAfter(place);
+  bool isCovered = !open;
+  for (const AvPtr<AVPacket>& packet : packets_.queue()) {
+    if (packet->pts == AV_NOPTS_VALUE || packet->pts <= place) return false;
+    if (open && packet->pts <= *open) isCovered |= isLandingPacket(*packet, *packets_.stream()->codecpar);
+  }
+  return isCovered;
+}
+
 bool FrameRun::feed(std::int64_t place) {
   const std::size_t window = rules_.isIntraOnly ? 1 : kWindow;
   while (packets_.queue().size() <= window && packets_.queuedBytes() < kWindowBytes && lookAhead()) {
   }
   noteNewPackets();
-  if (packets_.queue().empty()) {
+  if (!drained_ && isLastOfGroup(place)) {
+    cutShort_ = true;
+    cutPlace_ = place;
+  }
+  if (packets_.queue().empty() || cutShort_) {
     // After a failure too: what the decoder still holds may be enough for a proof.
     if (drained_ || !decoder_->send(nullptr, false)) return false;
     drained_ = true;

@@ -102,6 +102,7 @@ class FrameRun {
   void beginRun();
   Pull pull(std::int64_t place, std::shared_ptr<const Frame>* frame);
   bool feed(std::int64_t place);
+  bool isLastOfGroup(std::int64_t place);
   bool lookAhead();
   void noteNewPackets();
   bool maySkip(const AVPacket& packet, std::int64_t place) const;
@@ -130,6 +131,8 @@ class FrameRun {
   std::shared_ptr<const Frame> next_;     // its successor, when that has been decoded already
   bool currentIsFirst_ = false;           // no visible frame of the stream comes before current_
   bool drained_ = false;
+  bool cutShort_ = false;      // drained before the stream's end: good for places up to cutPlace_
+  std::int64_t cutPlace_ = 0;  // meaningful where cutShort_ is
   bool ended_ = false;
   bool disordered_ = false;
   bool leftOutTheAnswer_ = false;
