@@ -319,5 +319,57 @@ TEST_F(Patches, AlphaIsKeptWhereTheFormatHasItAndBlackElsewhere) {
   }
 }
 
+/// A ramp of gray from black to the end of the code, 10 bits, limited range.
+std::string rawRamp(int height) {
+  std::string luma;
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      const auto code = static_cast<unsigned>(std::lround(64 + 876.0 * x / (kWidth - 1)));
+      luma += static_cast<char>(code & 0xFF);
+      luma += static_cast<char>(code >> 8);
+    }
+  }
+  std::string chroma;
+  for (int i = 0; i < kWidth / 2 * height / 2 * 2; ++i) chroma += std::string("\0\2", 2);
+  return luma + chroma;
+}
+
+TEST_F(Patches, HighDynamicRangeWhateverItsMetadataSay) {
+  constexpr int kHeight = 64;
+  const std::string primaries = "G(8500,39850)B(6550,2300)R(35400,14600)WP(15635,16450)";
+  for (const std::string transfer : {"smpte2084", "arib-std-b67"}) {
+    std::vector<int> first;
+    // None, true ones, a peak of 50 cd/m2, no peak at all.
+    for (const std::string& metadata :
+         {std::string(), ":master-display=" + primaries + "L(10000000,50):max-cll=1000,400",
+          ":master-display=" + primaries + "L(500000,50):max-cll=40,10",
+          ":master-display=" + primaries + "L(0,0):max-cll=0,0"}) {
+      const std::string movie = encode(
+          rawRamp(kHeight), "yuv420p10le", kHeight, "ramp.mp4",
+          {"-c:v", "libx265", "-preset", "ultrafast", "-x265-params",
+           "log-level=error:lossless=1:colorprim=bt2020:transfer=" + transfer + ":colormatrix=bt2020nc" + metadata});
+      const auto picture = shoot(movie, "bmp", kHeight);
+      ASSERT_TRUE(picture && picture->bitmap()) << transfer << metadata;
+      std::vector<int> shown;
+      for (int x = 0; x < kWidth; ++x) {
+        const std::uint8_t* pixel = picture->bitmap()->row(kHeight / 2) + 4 * x;
+        EXPECT_NEAR(pixel[0], pixel[1], 1) << "gray stays gray";
+        EXPECT_NEAR(pixel[2], pixel[1], 1) << "gray stays gray";
+        shown.push_back(pixel[1]);
+      }
+      EXPECT_EQ(shown.front(), 0) << "black stays black";
+      EXPECT_GE(shown.back(), 254);
+      EXPECT_TRUE(std::is_sorted(shown.begin(), shown.end()));
+      // Diffuse white: 203 cd/m2 at 58.07 % of the PQ code, 75 % of HLG's.
+      const double white = transfer == "smpte2084" ? 0.5807 : 0.75;
+      EXPECT_NEAR(shown[static_cast<std::size_t>(white * (kWidth - 1))], 235, 3) << transfer << metadata;
+      // The last quarter still rises: nothing is cut.
+      EXPECT_GT(shown[kWidth * 7 / 8], shown[kWidth * 3 / 4]) << transfer << metadata;
+      if (first.empty()) first = shown;
+      EXPECT_EQ(shown, first) << transfer << metadata;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace vistrelle::testing

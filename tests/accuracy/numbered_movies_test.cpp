@@ -188,18 +188,28 @@ class NumberedMovie {
     for (const double time : times) list += (list.empty() ? "" : "-") + textOf(time);
     const RunResult run = runTool({"-i", path_, "-o", folder.path(), "-w", "320", "-h", "192", "-tc", list},
                                   oneProcessor ? useOneProcessor : std::function<void()>());
-    std::size_t place = 0;
     for (std::size_t i = 0; i < times.size(); ++i) {
-      // The lines of one picture end with its progress line.
-      const std::size_t end = run.error.find("steps          : " + std::to_string(i + 1) + "\n", place);
-      const std::string lines = run.error.substr(place, end == std::string::npos ? end : end - place);
-      place = end == std::string::npos ? run.error.size() : end;
       char name[32];
       std::snprintf(name, sizeof name, "img%02zu.jpg", i);
-      const bool isTold = isDamaged_ && (lines.find("decoded with errors") != std::string::npos ||
-                                         lines.find("Mirelund error") != std::string::npos);
-      score.note(numberInFile(folder.file(name)), truth_.numberAt(times[i]), isTold, how + " at " + textOf(times[i]));
+      const std::string picture = folder.file(name);
+      const bool isTold = isDamaged_ && (fs::exists(picture) ? saysDamage(run.error, times[i])
+                                                             : run.error.find("Mirelund error") != std::string::npos);
+      score.note(numberInFile(picture), truth_.numberAt(times[i]), isTold, how + " at " + textOf(times[i]));
     }
+  }
+
+  /// Whether the log calls a frame at or shortly before this time damaged. Pictures are made side by side, so the lines
+  /// of one may stand among those of another.
+  static bool saysDamage(const std::string& log, double time) {
+    constexpr double kLongestFrame = 0.2;
+    const std::string tag = "] frame at ";
+    for (std::size_t at = log.find(tag); at != std::string::npos; at = log.find(tag, at + 1)) {
+      const std::string line = log.substr(at + tag.size(), log.find('\n', at) - at - tag.size());
+      const double said = std::strtod(line.c_str(), nullptr);
+      const bool isHere = said <= time + 1e-3 && time - said < kLongestFrame;
+      if (isHere && line.find("decoded with errors") != std::string::npos) return true;
+    }
+    return false;
   }
 
   std::string path_;
