@@ -229,9 +229,18 @@ bool FrameRun::isLastOfGroup(std::int64_t place) {
   return isCovered;
 }
 
+// Every packet of a frame up to `place`, the last one that is asked for, has been read: decoding times only grow, and
+// none is after its presentation time.
+bool FrameRun::hasReadAllFor(std::int64_t place) {
+  if (rules_.isCounted || !rules_.decodingTimesHold || timesDoubtful_ || packets_.queue().empty()) return false;
+  return highestDts_ > place && !plan_.nextOpenAfter(place);
+}
+
 bool FrameRun::feed(std::int64_t place) {
   const std::size_t window = rules_.isIntraOnly ? 1 : kWindow;
-  while (packets_.queue().size() <= window && packets_.queuedBytes() < kWindowBytes && lookAhead()) {
+  noteNewPackets();
+  while (packets_.queue().size() <= window && packets_.queuedBytes() < kWindowBytes && !hasReadAllFor(place) &&
+         lookAhead()) {
   }
   noteNewPackets();
   if (!drained_ && isLastOfGroup(place)) {

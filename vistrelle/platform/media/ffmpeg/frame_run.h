@@ -102,6 +102,7 @@ class FrameRun {
   void beginRun();
   Pull pull(std::int64_t place, std::shared_ptr<const Frame>* frame);
   bool feed(std::int64_t place);
+  bool hasReadAllFor(std::int64_t place);
   bool isLastOfGroup(std::int64_t place);
   bool lookAhead();
   void noteNewPackets();
