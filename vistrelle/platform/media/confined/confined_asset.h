@@ -46,7 +46,8 @@ class ConfinedMovie {
   std::optional<MovieRecord> readRecord(WorkerLink& link);
   bool tellTimes(const PictureWish& wish, const std::vector<MediaTime>& times);
   FrameResult readFrame(WorkerLink& link);
-  FrameResult afterFailure(const WorkerLink& link);
+  FrameResult copyFrameNow(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
+  void stopTalk();
 
   std::shared_ptr<Nursery> nursery_;
   std::shared_ptr<InputFile> file_;

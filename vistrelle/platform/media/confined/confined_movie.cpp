@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "vistrelle/platform/base/log.h"
@@ -38,8 +39,14 @@ pid_t ConfinedMovie::workerProcess() {
 
 std::optional<MovieRecord> ConfinedMovie::load(std::string* error) {
   const std::lock_guard lock(mutex_);
-  if (!ensureWorker(error)) return std::nullopt;
-  return record_;
+  try {
+    if (!ensureWorker(error)) return std::nullopt;
+    return record_;
+  } catch (const std::bad_alloc&) {
+    stopTalk();
+    *error = "out of memory";
+    return std::nullopt;
+  }
 }
 
 /// A worker that has the movie open: the one in use, or a fresh one when that has failed.
@@ -114,6 +121,21 @@ void ConfinedMovie::drop(std::uint32_t generator) {
 FrameResult ConfinedMovie::copyFrame(const PictureWish& wish, const MediaTime& time,
                                      const std::vector<MediaTime>& announced) {
   const std::lock_guard lock(mutex_);
+  try {
+    return copyFrameNow(wish, time, announced);
+  } catch (const std::bad_alloc&) {
+    stopTalk();
+    return failure("out of memory");
+  }
+}
+
+/// The worker may be in the middle of an answer that nobody is going to read: a fresh one serves what is to come.
+void ConfinedMovie::stopTalk() {
+  if (link_) link_->stop();
+}
+
+FrameResult ConfinedMovie::copyFrameNow(const PictureWish& wish, const MediaTime& time,
+                                        const std::vector<MediaTime>& announced) {
   std::string error;
   if (!ensureWorker(&error)) return failure(std::move(error));
   const bool isInformed = std::ranges::find(informed_, wish.generator) != informed_.end();

@@ -16,6 +16,7 @@
 #include <map>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/media/confined/refused_memory.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -204,6 +205,7 @@ std::unique_ptr<Nursery> Nursery::start(WorkerBody body, const std::function<voi
   if (child == 0) {
     if (!bindLifeTo(self)) ::_exit(1);
     resetSignals();
+    endsOnRefusedMemory = true;
     Channel channel = keepOnly(theirs);
     if (prepare) prepare();
     Maker(std::move(channel), std::move(body)).run();

@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 
@@ -41,6 +43,54 @@ struct MappedPlanes {
   MappedPlanes(const MappedPlanes&) = delete;
   MappedPlanes& operator=(const MappedPlanes&) = delete;
   ~MappedPlanes() { ::munmap(address, bytes); }
+};
+
+/// Writes pieces of memory one after the other, many at a time: the kernel copies them straight into the pages of the
+/// file, which need not be mapped and cleared first.
+class GatheredWriter {
+ public:
+  explicit GatheredWriter(int file) : file_(file) {}
+
+  void add(const std::uint8_t* data, std::size_t size) {
+    if (size == 0) return;
+    if (count_ == pieces_.size()) flush();
+    pieces_[count_++] = {const_cast<std::uint8_t*>(data), size};
+  }
+
+  void addZeros(std::size_t size) {
+    static const std::array<std::uint8_t, 4096> zeros{};
+    for (; size > zeros.size(); size -= zeros.size()) add(zeros.data(), zeros.size());
+    add(zeros.data(), size);
+  }
+
+  /// False when something could not be written, now or before.
+  bool flush() {
+    iovec* piece = pieces_.data();
+    while (count_ > 0 && works_) {
+      const ssize_t written = ::pwritev(file_, piece, static_cast<int>(count_), offset_);
+      if (written < 0 && errno == EINTR) continue;
+      works_ = written > 0;
+      if (!works_) break;
+      offset_ += written;
+      advance(&piece, static_cast<std::size_t>(written));
+    }
+    count_ = 0;
+    return works_;
+  }
+
+ private:
+  void advance(iovec** piece, std::size_t written) {
+    for (; count_ > 0 && written >= (*piece)->iov_len; ++*piece, --count_) written -= (*piece)->iov_len;
+    if (written == 0) return;
+    (*piece)->iov_base = static_cast<std::uint8_t*>((*piece)->iov_base) + written;
+    (*piece)->iov_len -= written;
+  }
+
+  int file_;
+  off_t offset_ = 0;
+  std::array<iovec, 512> pieces_{};
+  std::size_t count_ = 0;
+  bool works_ = true;
 };
 
 bool isSize(double value) {
@@ -81,15 +131,18 @@ std::optional<PlanePlaces> planePlaces(const std::string& layout, std::int32_t w
   return places;
 }
 
-void copyPlanes(const PlanarImage& image, const PlanePlaces& places, std::uint8_t* room) {
+bool writePlanes(const PlanarImage& image, const PlanePlaces& places, int file) {
+  GatheredWriter writer(file);
   for (std::size_t i = 0; i < static_cast<std::size_t>(places.planes); ++i) {
     const PlanarImage::Plane& plane = image.planes[i];
-    if (plane.data == nullptr) continue;
-    // A plane of one row is a palette, whose row length decoders do not state.
-    av_image_copy_plane(room + places.offsets[i], places.rowBytes[i], plane.data,
-                        places.rows[i] == 1 ? places.usedBytes[i] : plane.rowBytes, places.usedBytes[i],
-                        places.rows[i]);
+    const auto used = static_cast<std::size_t>(places.usedBytes[i]);
+    for (int row = 0; row < places.rows[i]; ++row) {
+      const bool isThere = plane.data != nullptr;
+      if (isThere) writer.add(plane.data + std::ptrdiff_t{row} * plane.rowBytes, used);
+      writer.addZeros(static_cast<std::size_t>(places.rowBytes[i]) - (isThere ? used : 0));
+    }
   }
+  return writer.flush();
 }
 
 std::unique_ptr<PictureRoom> PictureRoom::make(const wire::PlaneShape& shape) {

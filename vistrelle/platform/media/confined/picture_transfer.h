@@ -29,8 +29,8 @@ struct PlanePlaces {
 /// Nothing for unknown layouts, those without planes in memory, senseless sizes and more than the limits allow.
 std::optional<PlanePlaces> planePlaces(const std::string& layout, std::int32_t width, std::int32_t height);
 
-/// Copies the planes of `image` to `room`, which has places.bytes.
-void copyPlanes(const PlanarImage& image, const PlanePlaces& places, std::uint8_t* room);
+/// Writes the planes of `image` to a file of places.bytes, the gaps between rows as zeros. False when that fails.
+bool writePlanes(const PlanarImage& image, const PlanePlaces& places, int file);
 
 /// A piece of memory for one picture that another process fills. Counted as nobody's file; read once, when sealed.
 class PictureRoom {

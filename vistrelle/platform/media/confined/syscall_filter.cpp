@@ -31,6 +31,7 @@ constexpr int kAllowed[] = {
     SYS_pread64,
     SYS_write,
     SYS_pwrite64,
+    SYS_pwritev,
     SYS_recvmsg,
     SYS_sendmsg,
     SYS_close,

@@ -16,6 +16,7 @@
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/confined/picture_transfer.h"
+#include "vistrelle/platform/media/confined/refused_memory.h"
 #include "vistrelle/platform/media/confined/worker_answers.h"
 #include "vistrelle/platform/media/ffmpeg/asset.h"
 #include "vistrelle/platform/media/ffmpeg/waiting_room.h"
@@ -246,12 +247,7 @@ class Server {
     if (!places) return false;
     const UniqueFd room = line_->ask(Message(number(Kind::roomWanted), shapeOf(image)), Kind::room).takeDescriptor();
     if (!room) return false;
-    void* address = ::mmap(nullptr, places->bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, room.get(), 0);
-    if (address == MAP_FAILED) return false;
-    copyPlanes(image, *places, static_cast<std::uint8_t*>(address));
-    // As long as it is mapped here its user does not take it.
-    ::munmap(address, places->bytes);
-    return true;
+    return writePlanes(image, *places, room.get());
   }
 
   std::shared_ptr<Line> line_;

@@ -10,9 +10,6 @@ struct WorkerOptions {
   Refusal refusal = Refusal::error;
 };
 
-/// The exit status of a worker that memory was refused to: it must not go on and give another picture.
-constexpr int kOutOfMemoryStatus = 71;
-
 /// The life of a worker: confines the process, then opens the movie that comes over `channel` and answers what is
 /// asked of it, until the other end is gone. For a process of one thread that is nothing else; it does not change back.
 void runWorker(const Channel& channel, const WorkerOptions& options);
