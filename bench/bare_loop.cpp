@@ -29,7 +29,7 @@ namespace {
   std::exit(1);
 }
 
-// The private build has no protocols, not even for files.
+// Through functions of our own, as the tool reads.
 int readFile(void* file, std::uint8_t* buffer, int size) {
   const ssize_t count = ::read(*static_cast<int*>(file), buffer, static_cast<std::size_t>(size));
   return count > 0 ? static_cast<int>(count) : AVERROR_EOF;
