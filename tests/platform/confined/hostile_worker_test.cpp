@@ -431,6 +431,9 @@ TEST(WorkerEnd, LoadingThatIsCalledOffEndsItsWorker) {
 }
 
 TEST(WorkerEnd, MemoryThatIsRefusedEndsIt) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer's memory is not limited";
+#endif
   const auto library = libraryOf([](const Channel& channel) {
     platform::WorkerOptions options;
     options.limits.dataBytes = 24 << 20;

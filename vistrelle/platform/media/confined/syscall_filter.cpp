@@ -27,47 +27,18 @@ constexpr std::uint32_t kArchitecture = 0;  // unknown: no filter, and the repor
 // What decoding over open descriptors takes. Whatever names a file, a socket, a program or another process is absent.
 constexpr int kAllowed[] = {
     // the movie, the waiting room and the messages
-    SYS_read,
-    SYS_pread64,
-    SYS_write,
-    SYS_pwrite64,
-    SYS_pwritev,
-    SYS_recvmsg,
-    SYS_sendmsg,
-    SYS_close,
+    SYS_read, SYS_pread64, SYS_write, SYS_pwrite64, SYS_pwritev, SYS_recvmsg, SYS_sendmsg, SYS_close,
     // memory
-    SYS_munmap,
-    SYS_mremap,
-    SYS_brk,
-    SYS_madvise,
-    SYS_sysinfo,
+    SYS_munmap, SYS_mremap, SYS_brk, SYS_madvise, SYS_sysinfo,
     // threads
-    SYS_futex,
-    SYS_set_robust_list,
-    SYS_rseq,
-    SYS_sched_getaffinity,
-    SYS_sched_yield,
-    SYS_rt_sigprocmask,
-    SYS_rt_sigaction,
-    SYS_rt_sigreturn,
-    SYS_getpid,
-    SYS_gettid,
-    SYS_exit,
-    SYS_exit_group,
-    SYS_restart_syscall,
+    SYS_futex, SYS_set_robust_list, SYS_rseq, SYS_sched_getaffinity, SYS_sched_yield, SYS_rt_sigprocmask,
+    SYS_rt_sigaction, SYS_rt_sigreturn, SYS_getpid, SYS_gettid, SYS_exit, SYS_exit_group, SYS_restart_syscall,
     // time and randomness
-    SYS_clock_gettime,
-    SYS_clock_nanosleep,
-    SYS_gettimeofday,
-    SYS_getrandom,
+    SYS_clock_gettime, SYS_clock_nanosleep, SYS_gettimeofday, SYS_getrandom,
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     // what a sanitizer's runtime does for a new thread and for a report
-    SYS_sigaltstack,
-    SYS_prlimit64,
-    SYS_readlinkat,
-    SYS_mincore,
-    SYS_nanosleep,
-    SYS_getrusage,
+    SYS_sigaltstack, SYS_prlimit64, SYS_readlinkat, SYS_mincore, SYS_nanosleep, SYS_getrusage,
+    SYS_pipe2,  // to find out whether memory can be read
 #endif
 };
 
