@@ -57,6 +57,7 @@ const std::vector<std::string> kSample = {
     "clock_wraps.ts",
     "edit_offset_open.mp4",
     "edit_empty.mp4",
+    "edit_empty.mov",
     "gaps.mkv",
     "vary.ts",
     "doubled_times.mkv",

@@ -380,6 +380,8 @@ FrameRun::Answer FrameRun::settle(std::int64_t place) {
 
 FrameRun::Answer FrameRun::answer(std::int64_t place) {
   for (;;) {
+    // The end of a run that was cut short is not the stream's.
+    if (cutShort_ && place > cutPlace_) return {Answer::Kind::unproven, nullptr, "decoding ended before the frame"};
     if (current_) {
       if (current_->place > place) {
         if (currentIsFirst_) return settle(place);
