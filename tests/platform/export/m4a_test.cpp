@@ -84,14 +84,22 @@ TEST_F(M4a, StereoIsAacOf256KilobitsWithoutGaps) {
   EXPECT_EQ(probed(outcome.path, "a:0", "stream=start_pts"), "0");
   const std::string file = readFile(outcome.path);
   EXPECT_EQ(file.substr(4, 8), "ftypM4A ");
-  // The edit list cuts the encoder's 1024 samples of lead-in off and ends with the sound: ISO/IEC 14496-12, 8.6.6.
+  // The edit list cuts 2048 samples of lead-in, the encoder's and ours, off and ends with the sound: ISO/IEC 14496-12,
+  // 8.6.6.
   const std::size_t edits = file.find("elst");
   ASSERT_NE(edits, std::string::npos);
-  EXPECT_EQ(file.substr(edits + 8, 12), std::string("\0\0\0\1\0\2\x6a\xc0\0\0\4\0", 12));
+  EXPECT_EQ(file.substr(edits + 8, 12), std::string("\0\0\0\1\0\2\x6a\xc0\0\0\x8\0", 12));
   // A decoder that begins in the middle needs one block before: roll distance -1, ISO/IEC 14496-12, 10.1.
   EXPECT_NE(file.find("sgpd"), std::string::npos);
   EXPECT_NE(file.find("roll"), std::string::npos);
   expectReadersContent(outcome.path);
+}
+
+TEST_F(M4a, SoundThatIsThereAtOnceIsNotSmeared) {
+  const Sound sound = sweep(1);
+  const Sound got = written(exported(movie("in.mov", sound)), sound.length());
+  EXPECT_GT(signalToNoise(sound.cut(0, 1024), got.cut(0, 1024)), 40);
+  EXPECT_LT(*std::ranges::max_element(got.samples), 0.42F);
 }
 
 TEST_F(M4a, TheBitRateIsUsedByMusic) {

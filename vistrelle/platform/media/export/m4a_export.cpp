@@ -45,6 +45,28 @@ AvPtr<AVCodecContext> openEncoder(const SoundFormat& format, std::string* error)
   return nullptr;
 }
 
+/// A block of silence before the first sample. The encoder has nothing to compare its first block with: sound that is
+/// there at once comes out smeared, at 13 dB over the error where 56 dB follow, and the bits lack for a second.
+bool encodeLeadIn(Muxer& writer, const AVStream& stream, AVCodecContext& encoder, std::string* error) {
+  const AvPtr<AVFrame> silence(av_frame_alloc());
+  int status = silence ? 0 : AVERROR(ENOMEM);
+  if (silence) {
+    silence->format = encoder.sample_fmt;
+    silence->sample_rate = encoder.sample_rate;
+    silence->nb_samples = encoder.frame_size;
+    silence->pts = -encoder.frame_size;
+    status = av_channel_layout_copy(&silence->ch_layout, &encoder.ch_layout);
+    if (status >= 0) status = av_frame_get_buffer(silence.get(), 0);
+  }
+  if (status < 0) {
+    *error = avErrorText(status);
+    return false;
+  }
+  av_samples_set_silence(silence->extended_data, 0, silence->nb_samples, encoder.ch_layout.nb_channels,
+                         encoder.sample_fmt);
+  return encodeInto(writer, stream, encoder, silence.get(), error);
+}
+
 }  // namespace
 
 bool writeM4a(Asset& asset, int fd, const ExportControl& control, std::string* error) {
@@ -64,6 +86,7 @@ bool writeM4a(Asset& asset, int fd, const ExportControl& control, std::string* e
   }
   // The edit list cuts the encoder's lead-in and padding off; its unit must be the sample to do so exactly.
   if (!writer->begin({{"movie_timescale", format("{}", mix->format().rate)}}, error)) return false;
+  if (!encodeLeadIn(*writer, *stream, *encoder, error)) return false;
   const AvPtr<AVFrame> frame(av_frame_alloc());
   for (std::int64_t done = 0; done < mix->length();) {
     if (control.isCancelled()) return false;
