@@ -163,9 +163,13 @@ class RandomEdits {
     const auto tracks = composition_->mutableTracks();
     ASSERT_EQ(tracks.size(), lists_.tracks.size()) << history_;
     for (std::size_t t = 0; t < tracks.size(); ++t) {
-      const Frames shown = without(lists_.tracks[t], kNoFrame);
+      Frames shown = without(lists_.tracks[t], kNoFrame);
       const auto generator = tracks[t]->makeImageGenerator();
       ASSERT_EQ(generator != nullptr, !shown.empty()) << history_;
+      // What comes before the first frame shows it, and what comes after the last one that.
+      const auto first = std::ranges::find_if(shown, [](int number) { return number != kNoFrame; });
+      std::fill(shown.begin(), first, shown.empty() ? kNoFrame : *first);
+      if (!shown.empty()) shown.resize(lists_.tracks[t].size(), shown.back());
       for (std::size_t i = 0; i < shown.size(); ++i) {
         const auto entry = static_cast<std::int64_t>(i);
         ASSERT_EQ(numberOf(generator->copyFrame(timeOf(entry, scale))), shown[i]) << i << " of track " << t << history_;

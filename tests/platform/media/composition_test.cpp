@@ -223,10 +223,29 @@ TEST_F(CompositionPictures, OutsideThePiecesTheFirstAndLastFramesAreShown) {
   EXPECT_EQ(shownAt(MediaTime::positiveInfinity()), shownAt(seconds(4)));
 }
 
-TEST_F(CompositionPictures, AnEmptyStretchHasNoPicture) {
-  const FrameResult result = generator_->copyFrame(seconds(1));
+TEST_F(CompositionPictures, EmptyStretchesAtBothEndsShowTheFirstAndLastFrames) {
+  EXPECT_EQ(shownAt(seconds(0)), seconds(2));
+  EXPECT_EQ(shownAt(seconds(1999, 1000)), seconds(2));
+  const auto longer = Composition::make();
+  const auto pictures = longer->addMutableTrack(MediaType::video, 0);
+  pictures->insertTimeRange(range(10, 1), source_, MediaTime::zero(), nullptr);
+  pictures->insertTimeRange(range(20, 1), source_, seconds(5), nullptr);
+  pictures->removeTimeRange({seconds(5), seconds(1)});
+  ASSERT_EQ(longer->duration(), seconds(5));
+  const auto generator = longer->makeImageGenerator();
+  for (const auto& time : {seconds(1), seconds(3), seconds(6)}) {
+    EXPECT_EQ(generator->copyFrame(time).actualTime, seconds(96, 100));
+  }
+}
+
+TEST_F(CompositionPictures, AnEmptyStretchBetweenPiecesHasNoPicture) {
+  const auto track = composition_->mutableTracks()[0];
+  track->insertTimeRange(range(30, 1), source_, seconds(5), nullptr);
+  generator_ = composition_->makeImageGenerator();
+  const FrameResult result = generator_->copyFrame(seconds(45, 10));
   EXPECT_FALSE(result.picture);
   EXPECT_FALSE(result.error.empty());
+  EXPECT_TRUE(generator_->copyFrame(seconds(5)).picture);
   EXPECT_FALSE(generator_->copyFrame(MediaTime::invalid()).picture);
   EXPECT_FALSE(generator_->copyFrame(MediaTime::indefinite()).picture);
 }
@@ -242,9 +261,7 @@ TEST_F(CompositionPictures, TheFrameThatBeginsWhereAPieceEndsIsNotShown) {
 TEST_F(CompositionPictures, AnnouncedTimesReachTheSource) {
   const MediaTime times[] = {seconds(25, 10), seconds(1), seconds(35, 10)};
   generator_->announce(times);
-  ASSERT_EQ(source_->announced.size(), 2U);
-  EXPECT_EQ(source_->announced[0], seconds(105, 10));
-  EXPECT_EQ(source_->announced[1], seconds(2051, 100));
+  EXPECT_EQ(source_->announced, (std::vector<MediaTime>{seconds(105, 10), seconds(10), seconds(2051, 100)}));
 }
 
 TEST(Composition, WithoutPicturesInASourceThereIsNoGenerator) {
@@ -280,6 +297,25 @@ TEST(Composition, VideoTracksOfARealMovieArePlayable) {
   const FrameResult first = generator->copyFrame(seconds(20));
   ASSERT_TRUE(first.picture);
   EXPECT_EQ(first.picture->width(), 320);
+}
+
+TEST(Composition, AMovieWhosePicturesBeginLateShowsThemLikeItself) {
+  for (const char* name : {"edit_list_positive_shift.mp4", "prog_8s.mp4", "sample_fragmented.mp4"}) {
+    const auto movie = loaded(dataFile(name));
+    ASSERT_TRUE(movie) << name;
+    const auto composition = Composition::make();
+    ASSERT_TRUE(
+        composition->insertTimeRange({MediaTime::zero(), movie->duration()}, movie, MediaTime::zero(), nullptr));
+    const auto own = movie->makeImageGenerator();
+    const auto composed = composition->makeImageGenerator();
+    ASSERT_TRUE(own && composed) << name;
+    for (const auto& time : {MediaTime::zero(), seconds(5, 100), seconds(12, 10)}) {
+      const FrameResult expected = own->copyFrame(time);
+      const FrameResult result = composed->copyFrame(time);
+      ASSERT_TRUE(expected.picture && result.picture) << name << time.description() << result.error;
+      EXPECT_EQ(result.actualTime, expected.actualTime) << name << time.description();
+    }
+  }
 }
 
 }  // namespace

@@ -59,12 +59,15 @@ std::optional<CompositionGenerator::Place> CompositionGenerator::placeOf(const M
   const Segment* first = nullptr;
   const Segment* last = nullptr;
   for (const Segment& segment : segments_) {
+    if (!segment.track) {
+      const bool isBetweenPieces = first != nullptr && &segment != &segments_.back();
+      if (isBetweenPieces && segment.target.contains(time)) return std::nullopt;
+      continue;
+    }
     if (segment.target.contains(time)) {
-      if (!segment.track) return std::nullopt;
       const MediaTime within = scaled(time - segment.target.start, segment.source.duration, segment.target.duration);
       return Place{&segment, segment.source.start + within};
     }
-    if (!segment.track) continue;
     if (first == nullptr) first = &segment;
     last = &segment;
   }
