@@ -37,14 +37,15 @@ Composition joined(const Movie& first, const Movie& second) {
 }
 
 Composition repeated(const Movie& movie, std::int64_t count, double seconds) {
-  // Taken before the composition grows, which may be the movie itself.
-  const TimeRange whole = wholeOf(*movie);
   const Composition composition = mutableCompositionOf(movie);
   log("moviesConcatenate   - mutableComposition: {}", movieText(composition));
   if (!composition) return nullptr;
+  // A composition grows itself; what is repeated is what it was.
+  const Movie unit = composition == movie ? composition->copy() : movie;
+  const TimeRange whole = wholeOf(*unit);
   for (std::int64_t pass = 1; pass < count; ++pass) {
     log("pass #{} : {:.3f}", pass, composition->duration().seconds());
-    composition->insertTimeRange(whole, movie, composition->duration(), nullptr);
+    composition->insertTimeRange(whole, unit, composition->duration(), nullptr);
   }
   const double length = composition->duration().seconds();
   log("pass #+1 : {:.3f}", length);

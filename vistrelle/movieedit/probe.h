@@ -13,9 +13,8 @@ namespace vistrelle {
 bool qtDecodingProbe(const platform::OptionalText& path);
 
 /// Rewraps the movie with /usr/local/bin/ffmpeg, video as it is, into the path with ".mov" appended (an existing file
-/// is overwritten), loads that into MYMOVIE and asks it for its
-/// first picture. True when a picture can be asked for, whether or not one comes. The tool's success is not looked at:
-/// what counts is the file that stands there afterwards.
+/// is overwritten), loads that into MYMOVIE and asks it for its first picture. True when a picture can be asked for,
+/// whether or not one comes. The tool's success is not looked at: what counts is the file that stands there afterwards.
 bool ffmpegRemuxMov(const platform::OptionalText& path);
 
 /// The command line that makes a percentage of `total` seconds out of the last "A:" line of a player's log, for the

@@ -20,19 +20,7 @@ bool fail(std::string* error, const char* text) {
 /// Whether `source` can lie behind what the track holds.
 bool suits(const SegmentTrack& track, const Track& source) {
   if (track.mediaType() != source.mediaType()) return false;
-  return track.segments().empty() || track.mediaTypeCode() == source.mediaTypeCode();
-}
-
-SegmentList emptyList(const MediaTime& length) {
-  return SegmentList({SegmentList::emptyStretch(length)});
-}
-
-/// Lays `pieces` at `at`, with an empty stretch behind them where something follows, so that it moves by `length`.
-void layInto(SegmentTrack& track, SegmentList pieces, const MediaTime& at, const MediaTime& length) {
-  SegmentList laid = track.pieces();
-  if (at < laid.end()) pieces.insert(pieces.end(), emptyList(length - pieces.end()));
-  laid.insert(at, pieces);
-  track.setPieces(std::move(laid));
+  return track.isEmpty() || track.mediaTypeCode() == source.mediaTypeCode();
 }
 
 class TracksTogether : public Composition {
@@ -91,7 +79,7 @@ class TracksTogether : public Composition {
 
 MediaTime TracksTogether::duration() const {
   MediaTime end = MediaTime::zero();
-  for (const auto& track : allTracks()) end = std::max(end, track->pieces().end());
+  for (const auto& track : allTracks()) end = std::max(end, track->end());
   return end;
 }
 
@@ -166,15 +154,9 @@ bool TracksTogether::insertPieces(const std::vector<std::pair<std::shared_ptr<Tr
   const MediaTime end = at + length;
   if (!(std::max(duration(), at) + length).isNumeric()) return false;
   std::vector<TrackOfSegments> isFree = allTracks();
-  for (const auto& [source, pieces] : sources) layInto(*targetFor(*source, isFree), pieces, at, length);
-  for (const auto& track : isFree) layInto(*track, {}, at, length);
-  if (duration() < end) {
-    const TrackOfSegments first = allTracks().front();
-    const MediaTime reached = first->pieces().end();
-    SegmentList longer = first->pieces();
-    longer.insert(reached, emptyList(end - reached));
-    first->setPieces(std::move(longer));
-  }
+  for (const auto& [source, pieces] : sources) targetFor(*source, isFree)->lay(pieces, at, length);
+  for (const auto& track : isFree) track->lay({}, at, length);
+  if (duration() < end) allTracks().front()->extendTo(end);
   return true;
 }
 

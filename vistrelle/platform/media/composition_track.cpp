@@ -14,6 +14,10 @@ bool fail(std::string* error, const char* text) {
   return false;
 }
 
+SegmentList emptyList(const MediaTime& length) {
+  return SegmentList({SegmentList::emptyStretch(length)});
+}
+
 bool isSame(const FormatDescription& a, const FormatDescription& b) {
   return a.code == b.code && a.width == b.width && a.height == b.height && a.cleanAperture == b.cleanAperture;
 }
@@ -41,9 +45,32 @@ SegmentList SegmentTrack::pieces() const {
   return pieces_;
 }
 
-void SegmentTrack::setPieces(SegmentList pieces) {
+MediaTime SegmentTrack::end() const {
   const std::lock_guard lock(mutex_);
-  pieces_ = std::move(pieces);
+  return pieces_.end();
+}
+
+bool SegmentTrack::isEmpty() const {
+  const std::lock_guard lock(mutex_);
+  return pieces_.segments().empty();
+}
+
+void SegmentTrack::lay(SegmentList pieces, const MediaTime& at, const MediaTime& length) {
+  const std::lock_guard lock(mutex_);
+  if (at < pieces_.end()) pieces.insert(pieces.end(), emptyList(length - pieces.end()));
+  pieces_.insert(at, pieces);
+}
+
+void SegmentTrack::extendTo(const MediaTime& end) {
+  const std::lock_guard lock(mutex_);
+  if (pieces_.end() < end) pieces_.insert(pieces_.end(), emptyList(end - pieces_.end()));
+}
+
+std::shared_ptr<Track> SegmentTrack::firstSource() const {
+  const std::lock_guard lock(mutex_);
+  const std::vector<Segment>& all = pieces_.segments();
+  const auto found = std::ranges::find_if(all, [](const Segment& segment) { return segment.track != nullptr; });
+  return found == all.end() ? nullptr : found->track;
 }
 
 std::vector<std::shared_ptr<Track>> SegmentTrack::sources() const {
@@ -61,8 +88,8 @@ std::string SegmentTrack::description() const {
 }
 
 OptionalText SegmentTrack::mediaTypeCode() const {
-  const auto all = sources();
-  return all.empty() ? CompositionTrack::mediaTypeCode() : all.front()->mediaTypeCode();
+  const auto source = firstSource();
+  return source ? source->mediaTypeCode() : CompositionTrack::mediaTypeCode();
 }
 
 std::vector<FormatDescription> SegmentTrack::formatDescriptions() const {
@@ -76,8 +103,8 @@ std::vector<FormatDescription> SegmentTrack::formatDescriptions() const {
 }
 
 Size SegmentTrack::naturalSize() const {
-  const auto all = sources();
-  return all.empty() ? Size() : all.front()->naturalSize();
+  const auto source = firstSource();
+  return source ? source->naturalSize() : Size();
 }
 
 bool SegmentTrack::isEnabled() const {

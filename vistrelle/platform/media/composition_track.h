@@ -36,9 +36,16 @@ class SegmentTrack : public CompositionTrack {
   std::vector<Segment> segments() const override { return pieces().segments(); }
 
   SegmentList pieces() const;
-  void setPieces(SegmentList pieces);
+  MediaTime end() const;
+  bool isEmpty() const;
+  /// Lays `pieces` at `at`, with an empty stretch behind them where something follows, so that it moves by `length`.
+  void lay(SegmentList pieces, const MediaTime& at, const MediaTime& length);
+  /// An empty stretch as far as `end` where the track is shorter.
+  void extendTo(const MediaTime& end);
 
  private:
+  /// Nothing when all is empty.
+  std::shared_ptr<Track> firstSource() const;
   /// The sources of what is not empty, repeats included.
   std::vector<std::shared_ptr<Track>> sources() const;
 

@@ -29,18 +29,21 @@ Segment SegmentList::emptyStretch(const MediaTime& duration) {
 
 /// Lays the segments one behind the other again.
 void SegmentList::tidy() {
-  std::vector<Segment> tidied;
-  for (Segment& segment : segments_) {
-    if (segment.target.duration <= MediaTime::zero()) continue;
-    if (!segment.track && !tidied.empty() && !tidied.back().track) {
-      tidied.back().target.duration = tidied.back().target.duration + segment.target.duration;
-    } else {
-      segment.target.start = tidied.empty() ? MediaTime::zero() : tidied.back().target.end();
-      tidied.push_back(std::move(segment));
-    }
-    if (!tidied.back().track) tidied.back().source = tidied.back().target;
+  std::vector<Segment> untidy = std::exchange(segments_, {});
+  segments_.reserve(untidy.size());
+  for (Segment& segment : untidy) append(std::move(segment));
+}
+
+void SegmentList::append(Segment segment) {
+  if (segment.target.duration <= MediaTime::zero()) return;
+  if (!segment.track && !segments_.empty() && !segments_.back().track) {
+    Segment& last = segments_.back();
+    last.target.duration = last.target.duration + segment.target.duration;
+  } else {
+    segment.target.start = end();
+    segments_.push_back(std::move(segment));
   }
-  segments_ = std::move(tidied);
+  if (!segments_.back().track) segments_.back().source = segments_.back().target;
 }
 
 /// The place in the list of what begins at `at`, after cutting the segment that runs over it.
@@ -74,7 +77,11 @@ SegmentList SegmentList::within(const TimeRange& range) const {
 bool SegmentList::insert(const MediaTime& at, const SegmentList& pieces) {
   if (pieces.segments_.empty()) return true;
   if (!(std::max(at, end()) + pieces.end()).isNumeric()) return false;
-  if (at > end()) segments_.push_back(emptyStretch(at - end()));
+  if (at > end()) append(emptyStretch(at - end()));
+  if (at >= end()) {
+    for (const Segment& piece : pieces.segments_) append(piece);
+    return true;
+  }
   const std::size_t place = cutAt(at);
   segments_.insert(segments_.begin() + static_cast<std::ptrdiff_t>(place), pieces.segments_.begin(),
                    pieces.segments_.end());

@@ -33,6 +33,8 @@ class SegmentList {
  private:
   std::size_t cutAt(const MediaTime& at);
   void tidy();
+  /// Behind what there is, which is tidy.
+  void append(Segment segment);
 
   std::vector<Segment> segments_;
 };
