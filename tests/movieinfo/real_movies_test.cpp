@@ -227,6 +227,15 @@ TEST_F(RealMovies, CommonEncryptionKeepsTheDictionary) {
   EXPECT_FALSE(infoDicoHasDrm(infos));
 }
 
+TEST_F(RealMovies, EncryptedPicturesLeaveTheNaturalSize) {
+  const std::string path = sampleMovie("sample_fragmented_sgpd_v2.mp4");
+  EXPECT_EQ(movieSize(path), (Dictionary{{"w_width", 192}, {"w_height", 108}}));
+  EXPECT_TRUE(record.has("movieSizes aperture :-( the movie's pictures are encrypted"));
+  EXPECT_EQ(geometry(path), "192x108 -x- - -");
+  EXPECT_EQ(movieApertureSize(MYMOVIEget()), Size{});
+  EXPECT_TRUE(record.has("aperture error      : the movie's pictures are encrypted"));
+}
+
 TEST_F(RealMovies, HeadersOfRealStreams) {
   const auto kinds = [](const std::string& path) {
     std::string found;

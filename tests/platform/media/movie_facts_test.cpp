@@ -230,13 +230,17 @@ TEST(MovieFacts, BeforeLoadingNothingIsKnown) {
   EXPECT_FALSE(asset->makeImageGenerator());
 }
 
-TEST(MovieFacts, EncryptedTrackHasNoDecoderAndNoPictures) {
+TEST(MovieFacts, EncryptedTrackHasNoDecoderAndEveryPictureFails) {
   const auto asset = loaded(dataFile("sample_fragmented_sgpd_v2.mp4"));
   ASSERT_TRUE(asset);
   ASSERT_EQ(asset->tracks().size(), 1U);
   EXPECT_TRUE(asset->tracks()[0]->isProtected());
   EXPECT_FALSE(asset->tracks()[0]->isDecodable());
-  EXPECT_FALSE(asset->makeImageGenerator());
+  const auto generator = asset->makeImageGenerator();
+  ASSERT_TRUE(generator);
+  const platform::FrameResult result = generator->copyFrame(platform::MediaTime::zero());
+  EXPECT_FALSE(result.picture);
+  EXPECT_EQ(result.error, "the movie's pictures are encrypted");
 }
 
 std::shared_ptr<platform::MovieSource> openSource(const std::shared_ptr<platform::InputBytes>& bytes) {

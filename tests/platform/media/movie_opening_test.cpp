@@ -240,8 +240,12 @@ TEST(MovieReferences, ATrackWhoseDataLiesElsewhereIsRefusedWithALine) {
   EXPECT_FALSE(asset->tracks()[0]->isDecodable());
   EXPECT_TRUE(asset->tracks()[1]->isDecodable());
   EXPECT_FALSE(asset->isPlayable());
-  EXPECT_FALSE(asset->makeImageGenerator());
   EXPECT_TRUE(log.has("movie reference     :-( refused '' (track 1)"));
+  const auto generator = asset->makeImageGenerator();
+  ASSERT_TRUE(generator);
+  const platform::FrameResult result = generator->copyFrame(platform::MediaTime::zero());
+  EXPECT_FALSE(result.picture);
+  EXPECT_EQ(result.error, "the movie's pictures cannot be decoded");
 }
 
 std::string box(const std::string& kind, const std::string& content) {

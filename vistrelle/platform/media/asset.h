@@ -97,7 +97,8 @@ class Track : public Opaque {
   virtual bool isProtected() const { return false; }
   /// May decode its first frame; where the header cannot be true also all others.
   virtual TrackDetails details() const { return {}; }
-  /// Delivers this track's pictures; nothing when none can ever come from it.
+  /// Delivers this track's pictures; nothing when it is no video track. Pictures that cannot be decoded are errors of
+  /// the generator.
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() const { return nullptr; }
 };
 
@@ -122,7 +123,7 @@ class Asset : public Opaque {
   virtual bool isPlayable() const = 0;
   /// Encrypted or otherwise protected samples.
   virtual bool hasProtectedContent() const = 0;
-  /// Nothing when no picture can ever come from it (no video track).
+  /// Nothing when there is no video track. Pictures that cannot be decoded are errors of the generator.
   virtual std::unique_ptr<ImageGenerator> makeImageGenerator() = 0;
   /// The natural size of its first video track; zero without one.
   virtual Size naturalSize() const;

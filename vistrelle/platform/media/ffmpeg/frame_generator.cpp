@@ -52,6 +52,11 @@ class Generator : public FrameGenerator {
       *error = "the movie's pictures are encrypted";
       return false;
     }
+    // Nothing is read either: the pictures may be refused because they lie in another file.
+    if (!facts.isDecodable) {
+      *error = "the movie's pictures cannot be decoded";
+      return false;
+    }
     run_.emplace(source_, streamIndex_, options_, RunRules{}, plan_, statistics_);
     FramePackets& packets = run_->packets();
     if (!packets.restart()) {

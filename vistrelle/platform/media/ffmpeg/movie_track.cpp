@@ -62,7 +62,7 @@ TrackDetails MovieTrack::details() const {
 }
 
 std::unique_ptr<ImageGenerator> MovieTrack::makeImageGenerator() const {
-  if (mediaType() != MediaType::video || !isDecodable()) return nullptr;
+  if (mediaType() != MediaType::video) return nullptr;
   return makeFrameGenerator(source_, streamIndex_);
 }
 
