@@ -60,6 +60,29 @@ TEST(DarPar, LargeTermsAreDividedByTheSubMultiple) {
   EXPECT_TRUE(record.has("la_Array2 1         = (\n    1499,\n    1000\n)"));
 }
 
+TEST(DarPar, TheSubMultipleShrinksTermsAboveThreeTimesItself) {
+  RecordingLog record;
+  EXPECT_EQ(qtDarPar(1498, 1000, 1000, 1000), (Texts{"749:500", "187:125"}));
+  EXPECT_TRUE(record.has("la_Array2 0         = (\n    749,\n    500\n)"));
+  EXPECT_TRUE(record.has("modInt              = 2"));
+  EXPECT_TRUE(record.has("la_Array2 1         = (\n    187,\n    125\n)"));
+}
+
+TEST(DarPar, TheDistanceToTheUsualRatiosIsSinglePrecision) {
+  // Rounded to single precision these lie nearer than the limit; in double precision they do not.
+  EXPECT_EQ(ratios(1350, 1000, 1350, 1000)[0], "4:3");
+  EXPECT_EQ(ratios(1750, 1000, 1750, 1000)[0], "16:9");
+  EXPECT_EQ(ratios(1370, 1000, 1000, 1000)[0], "4:3");
+}
+
+TEST(DarPar, TheDistanceToNamedPixelsIsDoublePrecision) {
+  // Single precision would take the first for 16:15 and the second for no name.
+  EXPECT_EQ(ratios(800, 500, 740, 500)[1], "1081:1000");
+  EXPECT_EQ(ratios(280, 500, 220, 500)[1], "4:3");
+  // The limit is 0.02 in single precision: a hair less than 0.02.
+  EXPECT_EQ(ratios(344, 375, 315, 375)[1], "136:125");
+}
+
 TEST(DarPar, UnknownStoredSizeCountsAsSquare) {
   RecordingLog record;
   EXPECT_EQ(qtDarPar(1024, 576, 1, 1), (Texts{"16:9", "1:1"}));
