@@ -201,9 +201,6 @@ TEST(HostileWorker, NonsenseWhileOpeningIsAnUnreadableMovie) {
       {"scale 0", sends({movie([](wire::Movie& m) { m.duration.scale = 0; })})},
       {"negative scale", sends({movie([](wire::Movie& m) { m.duration.scale = -1; })})},
       {"epoch", sends({movie([](wire::Movie& m) { m.duration.epoch = 5; })})},
-      {"no number", sends({movie([](wire::Movie& m) { m.naturalWidth = std::nan(""); })})},
-      {"infinite", sends({movie([](wire::Movie& m) { m.naturalHeight = std::numeric_limits<double>::infinity(); })})},
-      {"negative size", sends({plainMovie, track([](wire::Track& t) { t.naturalWidth = -1; })})},
       {"track scale 0", sends({plainMovie, track([](wire::Track& t) { t.range.start.scale = 0; })})},
       {"type", sends({plainMovie, track([](wire::Track& t) { t.type = 99; })})},
       {"endless code", sends({plainMovie, track([](wire::Track& t) { t.typeCode.fill('x'); })})},
@@ -272,6 +269,26 @@ TEST(HostileWorker, ReferencesLeadNowhereButBeneathTheFolder) {
             (std::vector<std::string>{"../secret refused", "/etc/passwd refused", "link refused", "inside granted",
                                       " refused", ". refused", ".. refused", "a refused", "zero refused"}));
   EXPECT_NE(lines[9].find("a request that is not granted"), std::string::npos);
+}
+
+TEST(HostileWorker, LiesAboutSizesAreNoSizes) {
+  const auto sizeFrom = [](const Message& lie) {
+    const auto asset = openWith(libraryOf([&lie](const Channel& channel) {
+      serveOpen(channel);
+      Message message;
+      if (waitFor(channel, Kind::measure, &message)) channel.send(lie);
+      ::pause();
+    }));
+    return asset->naturalSize();
+  };
+  const auto size = [](double width, double height) { return Message(n(Kind::size), wire::Size{width, height}); };
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  EXPECT_EQ(sizeFrom(size(640, 480)), (platform::Size{640, 480}));
+  EXPECT_EQ(sizeFrom(size(std::nan(""), 480)), platform::Size{});
+  EXPECT_EQ(sizeFrom(size(640, kInfinity)), platform::Size{});
+  EXPECT_EQ(sizeFrom(size(-1, 480)), platform::Size{});
+  EXPECT_EQ(sizeFrom(Message(n(Kind::size), wire::Nothing{})), platform::Size{});
+  EXPECT_EQ(sizeFrom(Message(n(Kind::frame), aFrame())), platform::Size{});
 }
 
 // ---- pictures ---------------------------------------------------------------------------------------

@@ -179,7 +179,7 @@ bool ConfinedAsset::hasProtectedContent() const {
 }
 
 Size ConfinedAsset::naturalSize() const {
-  return record().naturalSize;
+  return state_->movie->naturalSize(-1);
 }
 
 std::unique_ptr<ImageGenerator> ConfinedAsset::makeImageGenerator() {

@@ -35,6 +35,8 @@ class ConfinedMovie {
   FrameResult copyFrame(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
   void announce(const PictureWish& wish, const std::vector<MediaTime>& times);
   void drop(std::uint32_t generator);
+  /// The natural size of a track (-1: of the movie); zero when the worker fails.
+  Size naturalSize(std::int32_t track);
   /// Ends a request that is going on, and refuses further ones.
   void stop();
 
@@ -47,6 +49,7 @@ class ConfinedMovie {
   bool tellTimes(const PictureWish& wish, const std::vector<MediaTime>& times);
   FrameResult readFrame(WorkerLink& link);
   FrameResult copyFrameNow(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
+  std::optional<Size> measure(std::int32_t track);
   void stopTalk();
 
   std::shared_ptr<Nursery> nursery_;
@@ -74,7 +77,7 @@ class ConfinedTrack : public Track {
   MediaType mediaType() const override { return record_.type; }
   OptionalText mediaTypeCode() const override { return record_.typeCode; }
   std::vector<FormatDescription> formatDescriptions() const override { return record_.formats; }
-  Size naturalSize() const override { return record_.naturalSize; }
+  Size naturalSize() const override { return record_.type == MediaType::video ? movie_->naturalSize(index_) : Size{}; }
   bool isEnabled() const override { return record_.isEnabled; }
   TimeRange timeRange() const override { return record_.range; }
   float nominalFrameRate() const override { return record_.frameRate; }

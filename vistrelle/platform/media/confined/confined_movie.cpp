@@ -129,6 +129,27 @@ FrameResult ConfinedMovie::copyFrame(const PictureWish& wish, const MediaTime& t
   }
 }
 
+Size ConfinedMovie::naturalSize(std::int32_t track) {
+  const std::lock_guard lock(mutex_);
+  try {
+    return measure(track).value_or(Size{});
+  } catch (const std::bad_alloc&) {
+    stopTalk();
+    return {};
+  }
+}
+
+std::optional<Size> ConfinedMovie::measure(std::int32_t track) {
+  std::string error;
+  if (!ensureWorker(&error) || !link_->send(Message(static_cast<std::uint32_t>(Kind::measure), wire::Measure{track}))) {
+    return std::nullopt;
+  }
+  const std::optional<Message> message = link_->answer();
+  const std::optional<Size> size = message ? sizeOf(*message) : std::nullopt;
+  if (message && !size) link_->reject("not a size");
+  return size;
+}
+
 /// The worker may be in the middle of an answer that nobody is going to read: a fresh one serves what is to come.
 void ConfinedMovie::stopTalk() {
   if (link_) link_->stop();

@@ -17,6 +17,7 @@ enum class Kind : std::uint32_t {
   announce,     ///< Announce, tail: times
   copyFrame,    ///< FrameRequest. Answered by frame
   drop,         ///< Drop: a generator is not needed any more
+  measure,      ///< Measure. Answered by size
   room,         ///< Granted, with a memory file to put a picture in; without when there is none
   reference,    ///< Granted, tail: an error text; with the descriptor of the file referred to
   waitingRoom,  ///< Granted, with a temporary file's descriptor
@@ -28,6 +29,7 @@ enum class Kind : std::uint32_t {
   track,             ///< Track, tail: the description
   format,            ///< Format: of the track before
   frame,             ///< Frame, tail: the error text
+  size,              ///< Size
   roomWanted,        ///< PlaneShape. Answered by room
   referenceWanted,   ///< Nothing, tail: the path relative to the movie's folder. Answered by reference
   waitingRoomWanted  ///< Nothing. Answered by waitingRoom
@@ -73,6 +75,16 @@ struct Drop {
   std::uint32_t generator = 0;
 };
 
+/// The natural size of a track, which may take decoding a frame (-1: of the movie).
+struct Measure {
+  std::int32_t track = -1;
+};
+
+struct Size {
+  double width = 0;
+  double height = 0;
+};
+
 struct Granted {
   std::int64_t size = -1;  ///< of the file that comes along; -1 when none does
 };
@@ -83,16 +95,12 @@ struct Movie {
   std::uint32_t isProtected = 0;
   std::uint32_t hasPictures = 0;
   std::uint32_t tracks = 0;
-  double naturalWidth = 0;
-  double naturalHeight = 0;
 };
 
 using Code = std::array<char, 32>;  ///< a short text, ended by a zero byte
 
 struct Track {
   Range range;
-  double naturalWidth = 0;
-  double naturalHeight = 0;
   Code typeCode{};
   std::int32_t id = 0;
   std::uint32_t type = 0;
@@ -138,6 +146,7 @@ struct Frame {
 static_assert(std::has_unique_object_representations_v<Time> && std::has_unique_object_representations_v<Open> &&
               std::has_unique_object_representations_v<Announce> &&
               std::has_unique_object_representations_v<FrameRequest> &&
-              std::has_unique_object_representations_v<Drop> && std::has_unique_object_representations_v<Granted>);
+              std::has_unique_object_representations_v<Drop> && std::has_unique_object_representations_v<Measure> &&
+              std::has_unique_object_representations_v<Granted>);
 
 }  // namespace vistrelle::platform::wire

@@ -165,6 +165,8 @@ class Server {
         return announce(request);
       case Kind::copyFrame:
         return copyFrame(request);
+      case Kind::measure:
+        return measure(request);
       case Kind::drop: {
         wire::Drop drop;
         return request.read(&drop) && (pictures_.erase(drop.generator), true);
@@ -183,6 +185,23 @@ class Server {
                                         std::string(name));
     movie_->loadNow();
     for (const Message& message : answersAbout(*movie_)) line_->send(message);
+    return true;
+  }
+
+  bool measure(const Message& request) {
+    wire::Measure wanted;
+    if (!request.read(&wanted)) return false;
+    Size size;
+    if (movie_) {
+      const auto tracks = movie_->tracks();
+      const auto index = static_cast<std::size_t>(wanted.track);
+      if (wanted.track < 0) {
+        size = movie_->naturalSize();
+      } else if (index < tracks.size()) {
+        size = tracks[index]->naturalSize();
+      }
+    }
+    line_->send(Message(number(Kind::size), wire::Size{size.width, size.height}));
     return true;
   }
 

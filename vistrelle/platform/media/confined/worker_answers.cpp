@@ -26,9 +26,6 @@ wire::Track trackAnswer(const Track& track, std::size_t formats) {
   wire::Track answer;
   const TimeRange range = track.timeRange();
   answer.range = {toWire(range.start), toWire(range.duration)};
-  const Size size = track.naturalSize();
-  answer.naturalWidth = size.width;
-  answer.naturalHeight = size.height;
   const OptionalText code = track.mediaTypeCode();
   answer.hasTypeCode = flag(code.has_value());
   answer.typeCode = codeOf(code.value_or(""));
@@ -58,9 +55,6 @@ std::vector<Message> answersAbout(Asset& movie) {
   answer.isProtected = flag(movie.hasProtectedContent());
   answer.hasPictures = flag(movie.makeImageGenerator() != nullptr);
   answer.tracks = static_cast<std::uint32_t>(tracks.size());
-  const Size size = movie.naturalSize();
-  answer.naturalWidth = size.width;
-  answer.naturalHeight = size.height;
   std::vector<Message> messages;
   messages.emplace_back(number(Kind::movie), answer);
   for (const auto& track : tracks) {
@@ -87,6 +81,13 @@ bool MovieRecordReader::take(const Message& message) {
   }
 }
 
+std::optional<Size> sizeOf(const Message& message) {
+  wire::Size size;
+  if (message.kind() != number(Kind::size) || !message.read(&size)) return std::nullopt;
+  if (!isSide(size.width) || !isSide(size.height)) return std::nullopt;
+  return Size{size.width, size.height};
+}
+
 bool MovieRecordReader::isComplete() const {
   return hasMovie_ && record_.tracks.size() == record_.expectedTracks && expectedFormats_ == 0;
 }
@@ -95,9 +96,8 @@ bool MovieRecordReader::takeMovie(const Message& message) {
   wire::Movie movie;
   if (hasMovie_ || !message.read(&movie) || movie.tracks > kMostTracks) return false;
   const auto duration = fromWire(movie.duration);
-  if (!duration || !isSide(movie.naturalWidth) || !isSide(movie.naturalHeight)) return false;
+  if (!duration) return false;
   record_.duration = *duration;
-  record_.naturalSize = {movie.naturalWidth, movie.naturalHeight};
   record_.isPlayable = movie.isPlayable != 0;
   record_.isProtected = movie.isProtected != 0;
   record_.hasPictures = movie.hasPictures != 0;
@@ -117,7 +117,7 @@ bool MovieRecordReader::takeTrack(const Message& message) {
   const auto duration = fromWire(track.range.duration);
   const auto code = textOf(track.typeCode);
   if (!start || !duration || !code || track.type > static_cast<std::uint32_t>(MediaType::other) ||
-      track.formats > kMostFormats || !isSide(track.naturalWidth) || !isSide(track.naturalHeight)) {
+      track.formats > kMostFormats) {
     return false;
   }
   TrackRecord record;
@@ -125,7 +125,6 @@ bool MovieRecordReader::takeTrack(const Message& message) {
   record.id = track.id;
   record.type = static_cast<MediaType>(track.type);
   if (track.hasTypeCode != 0) record.typeCode = *code;
-  record.naturalSize = {track.naturalWidth, track.naturalHeight};
   record.range = {*start, *duration};
   record.frameRate = track.frameRate;
   record.isEnabled = track.isEnabled != 0;

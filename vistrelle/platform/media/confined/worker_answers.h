@@ -29,7 +29,6 @@ struct TrackRecord {
   MediaType type = MediaType::other;
   OptionalText typeCode;
   std::vector<FormatDescription> formats;
-  Size naturalSize;
   TimeRange range;
   float frameRate = 0;
   bool isEnabled = false;
@@ -40,13 +39,15 @@ struct TrackRecord {
 
 struct MovieRecord {
   MediaTime duration = MediaTime::zero();
-  Size naturalSize;
   bool isPlayable = false;
   bool isProtected = false;
   bool hasPictures = false;
   std::uint32_t expectedTracks = 0;
   std::vector<TrackRecord> tracks;
 };
+
+/// A natural size as it came; nothing for a message that cannot be one.
+std::optional<Size> sizeOf(const Message& message);
 
 /// Puts a record together from messages, none of which is believed: false from take() for one that cannot be true.
 class MovieRecordReader {
