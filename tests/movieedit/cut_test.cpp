@@ -142,6 +142,11 @@ TEST_F(Cut, TheCheckAllowsASecond) {
   EXPECT_FALSE(movieCut(mutableCompositionOf(movieOf(100, 0)), 11, 20, 10));
 }
 
+TEST_F(Cut, TheRemovedLengthIsOfSinglePrecision) {
+  EXPECT_TRUE(movieCut(mutableCompositionOf(movieOf(2'000'000, 0)), 0, 1'234'567'891, 1000));
+  EXPECT_TRUE(record.has("2000000.000 - 1234567.875    =? 765432.109"));
+}
+
 TEST_F(Cut, AMovieThatIsNoCompositionIsLeftAlone) {
   const auto movie = movieOf(100, 0);
   EXPECT_FALSE(movieCut(movie, 0, 50, 10));
@@ -184,6 +189,32 @@ TEST_F(Cut, HeadAndTailAreCutToTheTenth) {
        "la_fin_a_conserver   : 30", "Duration before cut2: 87.700",
        "movieCut            - from: 30000/1000 to: 87700/1000", "Duration after cut2 : 30.000",
        "MYMOVIE             : no more loaded", "movieCutForceSize   :-) fin", "----------"}));
+}
+
+TEST_F(Cut, TheStartIsCutToTheTenthBelow) {
+  ASSERT_TRUE(cut(movieOf(100, 0), 30, 12.39));
+  EXPECT_EQ(told(exported()), "12.3+30 at 0+30");
+}
+
+TEST_F(Cut, TheLengthIsTakenInSinglePrecision) {
+  ASSERT_TRUE(cut(movieOf(16'777.217, 0), 30, 0));
+  EXPECT_TRUE(record.has("srcDurationFloat     = 16777.216797"));
+  // 2^24 + 1 seconds count as 2^24, so that keeping all of them is too much.
+  ASSERT_TRUE(cut(movieOf(16'777'217, 0), 16'777'217, 0));
+  EXPECT_TRUE(record.has("movieCutForceSize   - src too short to be cutted!"));
+}
+
+TEST_F(Cut, QuietCutForceSizeSaysNoDetails) {
+  const RecordingLog quiet;
+  ASSERT_TRUE(cut(movieOf(100, 0), 30, 12.34));
+  ASSERT_TRUE(cut(movieOf(100, 0), 60, -50));
+  for (const char* text : {"src -> dst", "(duration=", "cutDebutDouble", "Duration before", "Duration after",
+                           "la_fin_a_conserver", "dst duration"}) {
+    EXPECT_FALSE(quiet.hasContaining(text)) << text;
+  }
+  EXPECT_TRUE(quiet.has("getMYMOVIEEDIT()    : <Composition: 1 tracks>"));
+  EXPECT_TRUE(quiet.has("movieCutForceSize   :-) src long enough: 100.000 (cut from:12.34 to:42.34)"));
+  EXPECT_TRUE(quiet.has("movieCutForceSize   …"));
 }
 
 TEST_F(Cut, AStartBelowATenthCutsNoHead) {

@@ -133,6 +133,12 @@ TEST_F(Joining, ALengthThatIsNotTheWantedOneIsRefused) {
   EXPECT_TRUE(exports->records.empty());
 }
 
+TEST_F(Joining, TheWantedLengthIsOfSinglePrecision) {
+  // Counts as 30,000,000 seconds: thrice that is three seconds short of what there is.
+  EXPECT_FALSE(moviesConcatenate(movieOf(30'000'001, 0), nullptr, 3, destination()));
+  EXPECT_TRUE(moviesConcatenate(movieOf(30'000'000, 0), nullptr, 3, destination()));
+}
+
 TEST_F(Joining, ACompositionIsRepeatedAsItWas) {
   const Composition movie = mutableCompositionOf(movieOf(10, 0));
   ASSERT_TRUE(moviesConcatenate(movie, nullptr, 3, destination()));

@@ -83,6 +83,18 @@ TEST_F(Mux, MissingAndUnreadableFilesAreLeftOut) {
   EXPECT_TRUE(empty->tracks().empty());
 }
 
+TEST_F(Mux, BothMovieSlotsAreEmptiedBeforeEachMovie) {
+  const std::string path = add("a.mov", movieOf(4, 0));
+  MYMOVIEset(movieOf(1, 0));
+  MYMOVIEpathSet(path);  // not used again, though it is the same path
+  MYMOVIEVIEWset(movieOf(1, 0));
+  ASSERT_TRUE(muxAvQt(Paths{path, folder.write("bad.mov", "no movie")}, std::nullopt));
+  EXPECT_FALSE(MYMOVIEVIEWget());
+  EXPECT_FALSE(MYMOVIEget());
+  EXPECT_EQ(record.count("MYMOVIE             : no more loaded"), 2);
+  EXPECT_FALSE(record.hasContaining("same movie"));
+}
+
 TEST_F(Mux, WithoutAnyPathThereIsNothing) {
   EXPECT_FALSE(muxAvQt(std::nullopt, Dictionary{{"a0_id", 1}}));
   EXPECT_FALSE(muxAvQt(Paths{}, std::nullopt));
@@ -180,6 +192,7 @@ TEST_F(Mux, ACutThatFailsLeavesTheSoundWholeAtZero) {
   EXPECT_TRUE(exports->records.empty());
   EXPECT_FALSE(record.has("movieCut()          :-)"));
   EXPECT_TRUE(record.has("offsetAKey:-60000, v_offsetMs:nil"));
+  EXPECT_TRUE(MYMOVIEEDITget());  // emptied only after a cut that succeeds
   const Composition least =
       muxAvQt(paths, Dictionary{{"a0_id", 1}, {"a1_offsetMs", std::numeric_limits<std::int64_t>::min()}});
   EXPECT_EQ(told(least), "0+8 at 0+8");

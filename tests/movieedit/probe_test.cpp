@@ -4,10 +4,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <utility>
 
 #include "tests/movieedit/edit_fixture.h"
 #include "tests/support/child.h"
 #include "tests/support/clips.h"
+#include "vistrelle/platform/files/file_manager.h"
 #include "vistrelle/system/commands.h"
 
 namespace vistrelle {
@@ -80,6 +83,30 @@ TEST_F(Probe, AsksForOnePictureOf80x64AtZero) {
   EXPECT_FALSE(std::filesystem::exists(probeFile()));
 }
 
+/// Reads the size of a JPEG from its frame header before it goes.
+class WatchedRemovals : public platform::ForwardingFileManager {
+ public:
+  using ForwardingFileManager::ForwardingFileManager;
+  platform::FileResult remove(const std::string& path) override {
+    const std::string bytes = testing::readFile(path);
+    const std::size_t header = bytes.find("\xFF\xC0");
+    const auto number = [&](std::size_t at) {
+      return static_cast<unsigned char>(bytes.at(at)) * 256 + static_cast<unsigned char>(bytes.at(at + 1));
+    };
+    if (header != std::string::npos) sizes.emplace_back(number(header + 7), number(header + 5));
+    return ForwardingFileManager::remove(path);
+  }
+  std::vector<std::pair<int, int>> sizes;
+};
+
+TEST_F(Probe, ThePictureIs80x64) {
+  const auto files = std::make_shared<WatchedRemovals>(platform::fileManager().get());
+  const platform::Installed<platform::FileManager> installed(platform::fileManager(), files);
+  const RecordingLog quiet;
+  EXPECT_TRUE(qtDecodingProbe(testing::sampleMovie("v1.mp4")));
+  EXPECT_EQ(files->sizes, (std::vector<std::pair<int, int>>{{80, 64}}));
+}
+
 TEST_F(Probe, WithoutAPathOrAFolderTheAnswerIsNo) {
   const RecordingLog record;
   EXPECT_FALSE(qtDecodingProbe(std::nullopt));
@@ -121,6 +148,20 @@ TEST_F(Probe, RemuxRewrapsBesideTheInputAndOverwrites) {
     EXPECT_TRUE(MYMOVIEget()->isPlayable());
     // QuickTime: the first box is "ftyp" with the brand "qt  ".
     EXPECT_EQ(testing::readFile(output).substr(4, 8), "ftypqt  ");
+  }));
+}
+
+TEST_F(Probe, RemuxGivesTheToolItsArgumentsInTheirOrder) {
+  if (!testing::canMount()) GTEST_SKIP() << "a tool can stand in for ffmpeg only where this test may mount";
+  const std::string input = folder.write("a \"b\".mkv", "no movie");
+  const std::string told = folder.file("arguments");
+  EXPECT_TRUE(testing::inChild([&] {
+    EXPECT_TRUE(testing::mountScratch("/usr/local/bin", "size=1m"));
+    std::ofstream("/usr/local/bin/ffmpeg") << "#!/bin/sh\nprintf '%s\\n' \"$@\" > '" << told << "'\n";
+    std::filesystem::permissions("/usr/local/bin/ffmpeg", std::filesystem::perms::owner_all);
+    const RecordingLog quiet;
+    EXPECT_FALSE(ffmpegRemuxMov(input));
+    EXPECT_EQ(testing::readFile(told), "-i\n" + input + "\n-c:v\ncopy\n-strict\nexperimental\n-y\n" + input + ".mov\n");
   }));
 }
 
