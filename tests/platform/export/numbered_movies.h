@@ -85,9 +85,17 @@ struct DecodedFrame {
   platform::MediaTime time;
 };
 
+/// Samples that came together, numbered from the first one heard.
+struct SoundBlock {
+  platform::MediaTime time;
+  std::size_t first = 0;
+  std::size_t end = 0;
+};
+
 struct DecodedMovie {
   std::vector<DecodedFrame> frames;                ///< of the first video stream
   std::map<int, std::vector<std::int16_t>> sound;  ///< by stream, first channel
+  std::map<int, std::vector<SoundBlock>> soundBlocks;
   int streams = 0;
   std::string error;
 
@@ -167,7 +175,11 @@ class MovieDecode {
         movie_.frames.push_back({numberIn(layout, frame->data[0], frame->linesize[0]),
                                  platform::MediaTime::make(frame->pts * stream->time_base.num, stream->time_base.den)});
       } else {
-        takeSound(*frame, movie_.sound[index]);
+        std::vector<std::int16_t>& samples = movie_.sound[index];
+        const std::size_t first = samples.size();
+        takeSound(*frame, samples);
+        const auto time = platform::MediaTime::make(frame->pts * stream->time_base.num, stream->time_base.den);
+        movie_.soundBlocks[index].push_back({time, first, samples.size()});
       }
       av_frame_unref(frame);
     }
@@ -182,6 +194,9 @@ class MovieDecode {
       switch (av_get_packed_sample_fmt(static_cast<AVSampleFormat>(frame.format))) {
         case AV_SAMPLE_FMT_S16:
           samples.push_back(reinterpret_cast<const std::int16_t*>(frame.data[0])[at]);
+          break;
+        case AV_SAMPLE_FMT_U8:
+          samples.push_back(static_cast<std::int16_t>((frame.data[0][at] - 128) * 256));
           break;
         case AV_SAMPLE_FMT_S32:
           samples.push_back(static_cast<std::int16_t>(reinterpret_cast<const std::int32_t*>(frame.data[0])[at] >> 16));

@@ -118,4 +118,22 @@ inline void expectShows(const std::string& path, const Shown& expected, double e
   expectGenerates(path, expected, end);
 }
 
+/// Programs of other makers open the movie and have nothing to say against it.
+inline void expectReadable(const std::string& path) {
+  const RunResult probe = runProgram({"ffprobe", "-v", "error", "-show_streams", "-show_format", path});
+  EXPECT_EQ(probe.status, 0);
+  EXPECT_EQ(probe.error, "");
+  const RunResult info = runProgram({"mediainfo", path});
+  EXPECT_EQ(info.status, 0);
+  EXPECT_EQ(info.output.find("IsTruncated"), std::string::npos) << info.output;
+  EXPECT_EQ(info.output.find("Conformance"), std::string::npos) << info.output;
+  const RunResult discoverer = runProgram({"gst-discoverer-1.0", path});
+  EXPECT_EQ(discoverer.status, 0) << discoverer.error;
+  EXPECT_NE(discoverer.output.find("Done discovering"), std::string::npos);
+  EXPECT_EQ(discoverer.output.find("rror"), std::string::npos) << discoverer.output;
+  const RunResult played = runProgram(
+      {"gst-launch-1.0", "-q", "playbin", "uri=file://" + path, "video-sink=fakesink", "audio-sink=fakesink"});
+  EXPECT_EQ(played.status, 0) << played.error;
+}
+
 }  // namespace vistrelle::testing

@@ -12,6 +12,7 @@
 #include <set>
 
 #include "vistrelle/platform/media/composition.h"
+#include "vistrelle/platform/media/export/silence.h"
 #include "vistrelle/platform/media/export/source_track.h"
 #include "vistrelle/platform/media/export/splice.h"
 #include "vistrelle/platform/media/export/track_plan.h"
@@ -143,6 +144,7 @@ class PassthroughWriter {
   FileWriter out_;
   const ExportControl& control_;
   SourceTracks sources_;
+  Silence silence_;
   struct Timeline {
     std::int32_t id = 0;
     std::vector<Segment> segments;
@@ -189,6 +191,7 @@ bool PassthroughWriter::plan(std::string* error) {
   std::vector<std::vector<Piece>> tracks;
   for (const Timeline& timeline : timelines_) {
     for (std::vector<Piece>& track : tracksOf(piecesOf(timeline.segments, sources_))) {
+      silence_.fill(track);
       tracks.push_back(std::move(track));
       wishedIds_.push_back(timeline.id);
     }
@@ -346,6 +349,7 @@ bool PassthroughWriter::finish(std::string* error) {
   const auto mediaEnd = static_cast<std::uint64_t>(out_.position());
   mov::WrittenMovie movie;
   movie.timeScale = static_cast<std::uint32_t>(timeScale_);
+  movie.notes = sources_.notes();
   for (PlannedTrack& plan : plans_) {
     if (plan.track.samples.empty()) continue;
     std::uint64_t duration = 0;

@@ -94,9 +94,9 @@ void measure(SourceTrack& source) {
   }
 }
 
-/// Whether every description that samples use says that they lie in the movie's own file.
-bool isSelfContained(const StreamFacts& facts) {
-  return facts.isDecodable || facts.type != MediaType::video;
+bool hasSamplesElsewhere(const mov::SampleTables& tables) {
+  return std::ranges::any_of(tables.samples,
+                             [&](const mov::Sample& sample) { return tables.isElsewhere(sample.description); });
 }
 
 }  // namespace
@@ -106,6 +106,7 @@ struct SourceTracks::Movie {
   std::unique_ptr<SampleStore> store;
   std::vector<SourceTrack*> tracks;
   std::vector<int> streams;
+  std::vector<std::uint8_t> notes;
 };
 
 SourceTracks::SourceTracks() = default;
@@ -155,9 +156,6 @@ bool SourceTracks::openMovie(Movie& movie, const std::function<bool()>& isCancel
     std::set<std::uint32_t> wanted;
     for (const int stream : movie.streams) {
       const StreamFacts& facts = movie.source->streams()[static_cast<std::size_t>(stream)];
-      if (!isSelfContained(facts) && !facts.isProtected) {
-        return fail(error, format("the samples of track {} cannot be reached", facts.trackId));
-      }
       wanted.insert(static_cast<std::uint32_t>(facts.trackId));
     }
     InputBytes& bytes = *movie.source->bytes();
@@ -172,9 +170,11 @@ bool SourceTracks::openMovie(Movie& movie, const std::function<bool()>& isCancel
       if (found == tables->tracks.end() || found->timeScale == 0 || found->descriptions.empty()) {
         return fail(error, format("the tables of track {} cannot be read", id));
       }
+      if (hasSamplesElsewhere(*found)) return fail(error, format("the samples of track {} cannot be reached", id));
       movie.tracks[i]->timeline = timelineOf(*found, *tables);
       movie.tracks[i]->tables = std::move(*found);
     }
+    movie.notes = std::move(tables->notes);
     movie.store = std::make_unique<FileStore>(movie.source->bytes());
   }
   for (SourceTrack* track : movie.tracks) {
@@ -182,6 +182,10 @@ bool SourceTracks::openMovie(Movie& movie, const std::function<bool()>& isCancel
     measure(*track);
   }
   return true;
+}
+
+std::vector<std::uint8_t> SourceTracks::notes() const {
+  return movies_.size() == 1 ? movies_.front()->notes : std::vector<std::uint8_t>();
 }
 
 const SourceTrack& SourceTracks::of(const Track& track) const {

@@ -68,6 +68,8 @@ class SourceTracks {
   /// Opens all tracks. False with an error text when one of them is no track of a file or cannot be read.
   bool open(const std::vector<std::shared_ptr<Track>>& tracks, const std::function<bool()>& isCancelled,
             std::string* error);
+  /// What the one movie that all tracks are of says about itself: complete boxes. Empty when there are several.
+  std::vector<std::uint8_t> notes() const;
   /// The source of a track that was opened.
   const SourceTrack& of(const Track& track) const;
 

@@ -173,6 +173,7 @@ void writeTrack(const WrittenTrack& track, BoxWriter& out) {
   writeSampleTable(track, out);
   out.end();
   out.end();
+  out.bytes(track.header.notes);
   out.end();
 }
 
@@ -183,6 +184,7 @@ std::vector<std::uint8_t> movieBox(const WrittenMovie& movie) {
   out.begin(fourCc("moov"));
   writeMovieHeader(movie, out);
   for (const WrittenTrack& track : movie.tracks) writeTrack(track, out);
+  out.bytes(movie.notes);
   out.end();
   return out.take();
 }

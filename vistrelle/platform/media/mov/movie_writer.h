@@ -36,6 +36,7 @@ struct WrittenMovie {
   std::uint32_t timeScale = 1;
   std::uint64_t duration = 0;
   std::vector<WrittenTrack> tracks;
+  std::vector<std::uint8_t> notes;  ///< complete boxes that stand behind the tracks
 };
 
 /// The complete 'moov' box of a QuickTime movie whose samples lie in the same file (14496-12, clause 8; QuickTime's

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "vistrelle/platform/media/mov/box_reader.h"
+#include "vistrelle/platform/media/mov/box_writer.h"
 #include "vistrelle/platform/media/mov/file_boxes.h"
 #include "vistrelle/platform/media/mov/fragment_tables.h"
 #include "vistrelle/platform/media/mov/sound_packets.h"
@@ -290,6 +291,37 @@ void readDescriptions(Bytes tables, SampleTables& track) {
   while (const std::optional<Box> entry = entries.next()) track.descriptions.push_back(wholeBox(*entry));
 }
 
+/// 14496-12, 8.7.2. A resource or an alias without the flag leads to another file too.
+void readDataReferences(Bytes content, SampleTables& track) {
+  const std::optional<Box> references = findBox(content, fourCc("dref"));
+  if (!references) return;
+  Cursor cursor(references->content);
+  cursor.skip(8);
+  BoxList entries(cursor.bytes(cursor.remaining()));
+  while (const std::optional<Box> entry = entries.next()) {
+    Cursor fields(entry->content);
+    track.otherFiles.push_back((readFullBoxHeader(fields).flags & 1) == 0);
+  }
+}
+
+/// User data (14496-12, 8.10.1) and metadata (8.11.1), complete. Lists of chapters are left out: their times are those
+/// of the whole movie.
+void readNotes(const Box& box, std::vector<std::uint8_t>& notes) {
+  if (box.type != fourCc("udta") && box.type != fourCc("meta")) return;
+  std::vector<std::uint8_t> whole = wholeBox(box);
+  if (box.type == fourCc("udta") && findBox(box.content, fourCc("chpl"))) {
+    BoxWriter kept;
+    kept.begin(box.type);
+    BoxList items(box.content);
+    while (const std::optional<Box> item = items.next()) {
+      if (item->type != fourCc("chpl")) kept.bytes(wholeBox(*item));
+    }
+    kept.end();
+    whole = kept.take();
+  }
+  notes.insert(notes.end(), whole.begin(), whole.end());
+}
+
 void readMedia(Bytes content, bool withSamples, SampleTables& track) {
   if (const auto box = findBox(content, fourCc("mdhd"))) {
     Cursor cursor(box->content);  // 14496-12, 8.4.2
@@ -311,7 +343,9 @@ void readMedia(Bytes content, bool withSamples, SampleTables& track) {
     if (box->type == fourCc("stbl")) {
       readDescriptions(box->content, track);
       if (withSamples) TableReader(box->content, track).read();
-    } else if (box->type != fourCc("dinf") && box->type != fourCc("hdlr") && track.header.mediaHeader.empty()) {
+    } else if (box->type == fourCc("dinf")) {
+      readDataReferences(box->content, track);
+    } else if (box->type != fourCc("hdlr") && track.header.mediaHeader.empty()) {
       track.header.mediaHeader = wholeBox(*box);
     }
   }
@@ -323,6 +357,7 @@ SampleTables readTrackTables(Bytes content, const std::set<std::uint32_t>& wante
   const bool withSamples = wanted.contains(track.id);
   BoxList boxes(content);
   while (const std::optional<Box> box = boxes.next()) {
+    readNotes(*box, track.header.notes);
     if (box->type == fourCc("tapt")) track.header.apertures = wholeBox(*box);
     if (box->type == fourCc("tref")) readReferences(box->content, track);
     if (box->type == fourCc("mdia")) readMedia(box->content, withSamples, track);
@@ -353,6 +388,7 @@ void splitUncompressedSound(SampleTables& track) {
 void readMovie(Bytes content, const std::set<std::uint32_t>& wanted, MovieTables& movie) {
   BoxList boxes(content);
   while (const std::optional<Box> box = boxes.next()) {
+    readNotes(*box, movie.notes);
     if (box->type == fourCc("mvhd")) {
       Cursor cursor(box->content);
       const bool wide = readFullBoxHeader(cursor).version == 1;
@@ -365,6 +401,14 @@ void readMovie(Bytes content, const std::set<std::uint32_t>& wanted, MovieTables
 }
 
 }  // namespace
+
+bool SampleTables::isElsewhere(std::uint16_t description) const {
+  if (descriptions.empty()) return false;
+  Cursor cursor(descriptions[std::min<std::size_t>(description, descriptions.size() - 1)]);
+  cursor.skip(kBoxHeaderBytes + 6);
+  const std::uint16_t reference = cursor.u16();
+  return reference > 0 && reference <= otherFiles.size() && otherFiles[reference - 1U];
+}
 
 std::optional<MovieTables> readMovieTables(std::int64_t size, const ReadAt& readAt,
                                            const std::set<std::uint32_t>& wanted) {

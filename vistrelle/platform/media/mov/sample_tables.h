@@ -46,6 +46,7 @@ struct TrackHeader {
   std::uint16_t language = 0x7fff;        ///< as stored; unspecified
   std::vector<std::uint8_t> apertures;    ///< 'tapt', QuickTime's track aperture modes; may be empty
   std::vector<std::uint8_t> mediaHeader;  ///< vmhd, smhd, gmhd ...; may be empty
+  std::vector<std::uint8_t> notes;        ///< 'udta' and 'meta' boxes: what is said about the track; may be empty
 };
 
 /// A track with all its samples in decoding order, from its tables and all fragments.
@@ -56,12 +57,15 @@ struct SampleTables {
   std::vector<Edit> edits;
   std::vector<TrackReference> references;
   std::vector<std::vector<std::uint8_t>> descriptions;  ///< sample entries, complete
+  std::vector<bool> otherFiles;                         ///< of each data reference: whether it is not this file
   std::vector<Sample> samples;
   /// Where samples are too many to be listed one by one: `packetBytes` bytes hold `packetSamples` of them, and
   /// `Sample::size` is what the size table says of one, which need not be its real size.
   std::uint32_t packetBytes = 0;
   std::uint32_t packetSamples = 1;
 
+  /// Whether samples of a description lie in another file (14496-12, 8.7.2).
+  bool isElsewhere(std::uint16_t description) const;
   std::int64_t bytesOf(const Sample& sample) const {
     if (packetBytes == 0) return std::int64_t{sample.size} * sample.count;
     return std::int64_t{sample.count} / packetSamples * packetBytes;
@@ -71,6 +75,7 @@ struct SampleTables {
 struct MovieTables {
   std::uint32_t timeScale = 0;
   bool hasFragments = false;
+  std::vector<std::uint8_t> notes;   ///< 'udta' and 'meta' boxes without chapters; may be empty
   std::vector<SampleTables> tracks;  ///< all of the movie; samples only of those asked for
 };
 
