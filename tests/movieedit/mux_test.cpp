@@ -172,6 +172,7 @@ TEST_F(Mux, AnOldCutSoundIsRemovedFirst) {
   muxAvQt(Paths{add("a.mov", movieOf(0, 8))}, Dictionary{{"a0_id", 1}, {"a1_offsetMs", -200}});
   ASSERT_EQ(exports->records.size(), 1U);
   EXPECT_FALSE(exports->records[0]->wasThere);
+  EXPECT_EQ(exports->records[0]->path, cutSoundPath());  // and no name beside it
 }
 
 TEST_F(Mux, ACutThatCannotBeExportedOrReadLeavesTheSoundWhole) {

@@ -75,6 +75,12 @@ TEST_F(Probe, AsksForOnePictureOf80x64AtZero) {
   const auto movie = testing::videoMovie(5);
   const std::string path = folder.write("a.mov", "movie");
   library->movies[path] = movie;
+  folder.write("private/av-qt_compliant.jpg", "old");
+  const auto answer = movie->answer;
+  movie->answer = [&](int index, const platform::MediaTime& time) {
+    EXPECT_FALSE(std::filesystem::exists(probeFile()));
+    return answer(index, time);
+  };
   EXPECT_TRUE(qtDecodingProbe(path));
   ASSERT_EQ(movie->record->asked.size(), 1U);
   EXPECT_EQ(movie->record->asked[0], platform::MediaTime::zero());
