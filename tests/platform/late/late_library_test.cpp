@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -76,6 +77,21 @@ TEST(LateLibraryDeath, MissingLibraryEndsTheProcessAsTheLoaderDoes) {
   LateFunction function{nullptr, "anything", &library};
   EXPECT_EXIT(vistrelleLateResolve(&function), testing::ExitedWithCode(127),
               "error while loading shared libraries: libvistrelle-absent.so.1");
+}
+
+TEST(LateLibraryDeath, TheProgramMayHaveItsOwnEnd) {
+  LateLibrary library{nullptr, "libvistrelle-absent.so.1"};
+  LateFunction function{nullptr, "anything", &library};
+  const auto endWithReason = [](const char* reason) {
+    std::fprintf(stderr, "ours: %s\n", reason);
+    std::_Exit(1);
+  };
+  EXPECT_EXIT(
+      {
+        vistrelle::platform::onLateFailure(endWithReason);
+        vistrelleLateResolve(&function);
+      },
+      testing::ExitedWithCode(1), "ours: libvistrelle-absent.so.1");
 }
 
 TEST(LateLibraryDeath, MissingFunctionEndsTheProcessToo) {

@@ -12,8 +12,11 @@ namespace {
 using vistrelle::platform::LateFunction;
 using vistrelle::platform::LateLibrary;
 
+vistrelle::platform::LateFailure lateFailure = nullptr;
+
 [[noreturn]] void endProcess() {
   const char* reason = ::dlerror();
+  if (lateFailure != nullptr) lateFailure(reason == nullptr ? "unknown" : reason);
   std::fprintf(stderr, "%s: error while loading shared libraries: %s\n", program_invocation_short_name,
                reason == nullptr ? "unknown" : reason);
   std::_Exit(127);
@@ -31,6 +34,10 @@ void* handleOf(LateLibrary& library) {
 }
 
 }  // namespace
+
+void vistrelle::platform::onLateFailure(LateFailure failure) {
+  lateFailure = failure;
+}
 
 void* vistrelleLateResolve(LateFunction* function) {
   void* address = ::dlsym(handleOf(*function->library), function->name);

@@ -15,9 +15,16 @@ struct LateFunction {
   LateLibrary* library;
 };
 
+/// What is done when a library or function is missing, with the loader's own words; meant not to return.
+using LateFailure = void (*)(const char* reason);
+
+/// Installs it; null: a line on standard error and status 127, as for a library that is needed at the start. Once, before
+/// other threads run.
+void onLateFailure(LateFailure failure);
+
 }  // namespace vistrelle::platform
 
 /// Called by a doorway that is passed for the first time: loads the library where that has not happened, puts the
-/// function's address in place and returns it. Any thread. A library or function that is missing ends the process with
-/// a line on standard error and status 127, as it does for a library that is needed at the start.
+/// function's address in place and returns it. Any thread. A library or function that is missing ends the process:
+/// onLateFailure.
 extern "C" void* vistrelleLateResolve(vistrelle::platform::LateFunction* function);

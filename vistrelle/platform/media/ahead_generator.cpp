@@ -36,8 +36,8 @@ class AheadGenerator : public ImageGenerator {
 
   FrameResult copyFrame(const MediaTime& time) override {
     if (underWay_ && isSame(underWay_->time, time)) {
-      FrameResult result = underWay_->result.get();
-      underWay_.reset();
+      // Taken out first: getting it throws when memory ran out, and a result can be waited for only once.
+      FrameResult result = std::exchange(underWay_, std::nullopt)->result.get();
       begin();
       return result;
     }
