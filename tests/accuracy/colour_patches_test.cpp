@@ -295,6 +295,11 @@ TEST_F(Patches, AlphaIsKeptWhereTheFormatHasItAndBlackElsewhere) {
         AlphaCase{"alpha_vp9.webm",
                   {"-vf", "scale=out_color_matrix=bt709", "-colorspace", "bt709", "-c:v", "libvpx-vp9", "-lossless",
                    "1", "-pix_fmt", "yuva420p", "-auto-alt-ref", "0"},
+                  5},
+        // Never lossless, and its streams cannot be tagged: standard definition's matrix.
+        AlphaCase{"alpha_vp8.webm",
+                  {"-vf", "scale=out_color_matrix=smpte170m", "-c:v", "libvpx", "-crf", "4", "-qmin", "0", "-b:v",
+                   "50M", "-pix_fmt", "yuva420p", "-auto-alt-ref", "0"},
                   5}}) {
     const std::string movie = encode(raw, "rgba", 160, kind.name, kind.options);
     for (const std::string format : {"png", "tif", "bmp", "jpg"}) {
