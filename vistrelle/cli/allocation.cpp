@@ -1,11 +1,13 @@
 // The tool's own allocation functions: those of the C library, or of what is preloaded, with an eye on refusals. They
 // are in the tool alone; a host keeps its own.
 #include <dlfcn.h>
+#include <stdint.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <atomic>
 
+#include "vistrelle/cli/last_words.h"
 #include "vistrelle/platform/media/confined/refused_memory.h"
 
 // The sanitizers bring their own, and end the process themselves.
@@ -44,9 +46,15 @@ bool isRefused(const void* block, size_t size) {
   return block == nullptr && size > 0;
 }
 
+constexpr size_t kSmall = 64 * 1024;
+std::atomic<bool> hasRefused = false;
+
 void* seen(void* block, size_t size) {
-  if (isRefused(block, size) && vistrelle::platform::endsOnRefusedMemory) {
-    ::_exit(vistrelle::platform::kOutOfMemoryStatus);
+  if (isRefused(block, size)) {
+    if (vistrelle::platform::endsOnRefusedMemory) ::_exit(vistrelle::platform::kOutOfMemoryStatus);
+    // Some libraries do not survive it. Large requests, those for pictures, are refused in order by whoever makes them.
+    if (size <= kSmall) vistrelle::sayLastWords("out of memory");
+    hasRefused = true;
   }
   return block;
 }
@@ -59,7 +67,7 @@ void* malloc(size_t size) noexcept {
   return seen(nextMalloc.get()(size), size);
 }
 void* calloc(size_t count, size_t size) noexcept {
-  return seen(nextCalloc.get()(count, size), count == 0 ? 0 : size);
+  return seen(nextCalloc.get()(count, size), count != 0 && size > SIZE_MAX / count ? SIZE_MAX : count * size);
 }
 void* realloc(void* block, size_t size) noexcept {
   return seen(nextRealloc.get()(block, size), size);
@@ -77,5 +85,15 @@ int posix_memalign(void** block, size_t alignment, size_t size) noexcept {
 }
 
 }  // extern "C"
+
+bool vistrelle::wasMemoryRefused() {
+  return hasRefused;
+}
+
+#else
+
+bool vistrelle::wasMemoryRefused() {
+  return false;
+}
 
 #endif

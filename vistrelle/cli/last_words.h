@@ -10,4 +10,7 @@ void prepareLastWords(int argc, const char* const* argv);
 /// when the run began, and ends the process with status 1. Needs no memory. In a forked child it only ends the process.
 [[noreturn]] void sayLastWords(const char* reason);
 
+/// Whether memory was refused to this process: a library may have left something out and called that success.
+bool wasMemoryRefused();
+
 }  // namespace vistrelle

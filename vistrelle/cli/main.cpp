@@ -14,7 +14,9 @@ int main(int argc, char** argv) {
     // before the first one is opened.
     vistrelle::platform::mediaLibrary().install(std::make_shared<vistrelle::platform::ConfinedMediaLibrary>());
 #endif
-    return vistrelle::vistrelleMain(argc, argv);
+    const int status = vistrelle::vistrelleMain(argc, argv);
+    if (status == 0 && vistrelle::wasMemoryRefused()) vistrelle::sayLastWords("out of memory");
+    return status;
   } catch (const std::bad_alloc&) {
     // Nothing else: the range error of an option without its value is meant to end the process.
     vistrelle::sayLastWords("out of memory");

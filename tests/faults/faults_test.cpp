@@ -1,0 +1,155 @@
+// One call of the tool's fails (fault_shim.cpp), on a tiny movie: every n, or a spread of them in an ordinary run.
+// Whatever fails, the tool ends orderly, says which file it is about, and what stands under the destination's name
+// is the whole, right picture or nothing.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/clips.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/tool_run.h"
+
+namespace vistrelle {
+namespace {
+
+using testing::readFile;
+using testing::RunResult;
+using testing::ScratchFolder;
+
+bool isLongRun() {
+  return std::getenv("VISTRELLE_LONG") != nullptr;
+}
+
+/// A folder with one movie, the tool's picture of it, and runs of the tool in which a call fails.
+class FaultyRuns {
+ public:
+  explicit FaultyRuns(const std::string& encoder, const std::string& extension = "mov")
+      : movie_(folder_.file("tiny." + extension)), picture_(folder_.file("picture.jpg")) {
+    testing::runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=s=160x96:r=25", "-t", "0.6", "-c:v",
+                         encoder, "-pix_fmt", encoder == "prores_ks" ? "yuv422p10le" : "yuv420p", "-strict", "-2",
+                         movie_});
+    const RunResult whole = run("none", 0, "main");
+    EXPECT_EQ(whole.status, 0) << whole.error;
+    right_ = readFile(picture_);
+    EXPECT_FALSE(right_.empty());
+  }
+
+  /// How many calls of a kind an undisturbed run makes.
+  long count(const std::string& kind, const std::string& where) {
+    const std::string counts = folder_.file("counts");
+    std::filesystem::remove(counts);
+    run(kind, 0, where, counts);
+    return std::atol(readFile(counts).c_str());
+  }
+
+  /// Lets call number `n` fail and judges the outcome.
+  void check(const std::string& kind, long n, const std::string& where) {
+    const RunResult result = run(kind, n, where);
+    SCOPED_TRACE(kind + " " + std::to_string(n) + " in " + where + ":\n" + result.error);
+    EXPECT_EQ(result.signal, 0);
+    if (result.status == 0) {
+      EXPECT_TRUE(readFile(picture_) == right_) << "another picture";
+      ++same_;
+    } else {
+      EXPECT_EQ(result.status, 1);
+      EXPECT_FALSE(std::filesystem::exists(picture_));
+      EXPECT_TRUE(result.error.find("tiny.") != std::string::npos ||
+                  result.error.find("picture.jpg") != std::string::npos)
+          << "no line names the file";
+      ++refused_;
+    }
+    EXPECT_EQ(entries(), 2U) << "something was left behind";
+  }
+
+  int same() const { return same_; }
+  int refused() const { return refused_; }
+
+ private:
+  RunResult run(const std::string& kind, long n, const std::string& where, const std::string& counts = "") {
+    std::filesystem::remove(picture_);
+    return testing::runTool({"-i", movie_, "-w", "160", "-h", "96", "-tc", "0.4", "-o", picture_}, [&] {
+      ::setenv("VISTRELLE_FAULT", (kind + ":" + std::to_string(n)).c_str(), 1);
+      ::setenv("VISTRELLE_FAULT_IN", where.c_str(), 1);
+      if (!counts.empty()) ::setenv("VISTRELLE_FAULT_COUNT", counts.c_str(), 1);
+      ::setenv("LD_PRELOAD", VISTRELLE_FAULT_SHIM, 1);
+    });
+  }
+
+  /// The movie and the picture, where there is one; anything else is a stray.
+  std::size_t entries() const {
+    std::size_t count = std::filesystem::exists(picture_) ? 0 : 1;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder_.path())) ++count;
+    return std::filesystem::exists(folder_.file("counts")) ? count - 1 : count;
+  }
+
+  ScratchFolder folder_;
+  std::string movie_;
+  std::string picture_;
+  std::string right_;
+  int same_ = 0;
+  int refused_ = 0;
+};
+
+/// All of 1 to `count` in a long run, else `sample` of them, spread; the last ones are always among them.
+std::vector<long> spread(long count, long sample) {
+  std::vector<long> numbers;
+  if (isLongRun() || count <= sample) {
+    for (long n = 1; n <= count; ++n) numbers.push_back(n);
+    return numbers;
+  }
+  constexpr unsigned kSeed = 20251121;
+  std::mt19937 random(kSeed);
+  for (long i = 0; i < sample; ++i) {
+    const long from = 1 + i * count / sample;
+    const long to = (i + 1) * count / sample;
+    numbers.push_back(std::uniform_int_distribution<long>(from, std::max(from, to))(random));
+  }
+  std::cout << "seed " << kSeed << "\n";
+  return numbers;
+}
+
+void checkAll(FaultyRuns& runs, const std::string& kind, const std::string& where, long count, long sample) {
+  const std::vector<long> numbers = spread(count, sample);
+  for (const long n : numbers) runs.check(kind, n, where);
+  std::cout << kind << " in " << where << ": " << numbers.size() << " of " << count << " calls failed, " << runs.same()
+            << " runs gave the same picture, " << runs.refused() << " were refused\n";
+}
+
+class FailedCalls : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(FailedCalls, InTheToolEndOrderly) {
+  FaultyRuns runs("mjpeg");
+  const long count = runs.count(GetParam(), "main");
+  checkAll(runs, GetParam(), "main", count, 300);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FailedCalls,
+                         ::testing::Values("malloc", "open", "read", "write", "fsync", "close", "rename", "fork",
+                                           "pipe", "waitpid"),
+                         [](const auto& parameter) { return parameter.param; });
+
+class FailedAllocations : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(FailedAllocations, InTheDecoderNeverGiveAnotherPicture) {
+  FaultyRuns runs(GetParam(), GetParam() == "libvpx-vp9" ? "webm" : "mov");
+  checkAll(runs, "malloc", "children", runs.count("malloc", "children"), 200);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codecs, FailedAllocations,
+                         ::testing::Values("mjpeg", "mpeg4", "libx264", "libx265", "prores_ks", "libvpx-vp9"),
+                         [](const auto& parameter) {
+                           std::string name = parameter.param;
+                           std::erase(name, '-');
+                           return name;
+                         });
+
+}  // namespace
+}  // namespace vistrelle
