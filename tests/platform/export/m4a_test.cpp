@@ -7,6 +7,7 @@
 #include "tests/platform/export/sound_clips.h"
 #include "tests/platform/media/movie_loading.h"
 #include "tests/support/child.h"
+#include "tests/support/recording_log.h"
 #include "vistrelle/platform/media/export/m4a_export.h"
 
 namespace vistrelle::platform {
@@ -252,6 +253,21 @@ TEST_F(M4a, ATruncatedMovieFails) {
   const Outcome outcome = exported(movie);
   EXPECT_FALSE(outcome.succeeded);
   EXPECT_NE(outcome.error, "");
+}
+
+TEST_F(M4a, DamagedSoundIsSilenceAndNamed) {
+  const Sound sound = sweep(4);
+  const std::string path = soundMovie(folder_, "in.mov", sound, {"-c:a", "ac3", "-b:a", "448k"});
+  // The edit list is told in milliseconds.
+  const Sound before = soundOf(folder_, path).cut(0, 191712);
+  testing::damagePacket(path, "a:0", 60, 0);
+  const testing::RecordingLog log;
+  const Sound got = written(exported(loaded(path)), before.length());
+  // Blocks of 1536 samples; the decoder gives the one before the damaged one up too.
+  EXPECT_GT(signalToNoise(before.cut(0, 59 * 1536), got.cut(0, 59 * 1536)), 25);
+  EXPECT_GT(signalToNoise(before.cut(62 * 1536, 48000), got.cut(62 * 1536, 48000)), 25);
+  EXPECT_TRUE(log.has("movie export        :-( damaged sound from 1.883 to 1.947 s"))
+      << ::testing::PrintToString(log.lines());
 }
 
 TEST_F(M4a, ASourceThatIsRemovedMeanwhileIsStillRead) {

@@ -3,11 +3,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "tests/platform/export/sound_clips.h"
 #include "tests/platform/media/movie_loading.h"
 #include "tests/support/child.h"
 #include "tests/support/clips.h"
+#include "tests/support/recording_log.h"
 #include "vistrelle/platform/media/export/picture_conversion.h"
 #include "vistrelle/platform/media/export/prores_export.h"
 
@@ -381,21 +383,77 @@ TEST_F(ProRes, ATruncatedMovieFails) {
   EXPECT_NE(outcome.error, "");
 }
 
-TEST_F(ProRes, AFrameThatCannotBeDecodedFails) {
-  const std::string path = made("in.mov", {"-f", "lavfi", "-i", "testsrc2=duration=4:size=160x120", "-c:v", "libx264",
-                                           "-g", "10", "-movflags", "faststart"});
-  const auto size = std::filesystem::file_size(path);
-  {
-    std::FILE* file = std::fopen(path.c_str(), "r+b");
-    std::fseek(file, static_cast<long>(size / 2), SEEK_SET);
-    for (int i = 0; i < 4000; ++i) std::fputc(i * 31 & 255, file);
-    std::fclose(file);
+std::vector<std::string> damageLines(const testing::RecordingLog& log) {
+  std::vector<std::string> lines = log.lines();
+  std::erase_if(lines, [](const std::string& line) { return !line.starts_with("movie export        :-( damaged"); });
+  return lines;
+}
+
+TEST_F(ProRes, DamagedFramesAreKeptAsConcealedAndNamed) {
+  const std::string whole = clip("prores_gop.mov", {numberedPictures(100), h264("bframes=0:keyint=10:scenecut=0")});
+  const std::string damaged = folder_.file("damaged.mov");
+  std::filesystem::copy_file(whole, damaged);
+  testing::damagePacket(damaged, "v:0", 45, 8);
+  const testing::RecordingLog log;
+  const Outcome outcome = exportedClip(damaged);
+  ASSERT_TRUE(outcome.succeeded) << outcome.error;
+  std::set<int> numbers;
+  for (const auto& frame : testing::decoded(outcome.path).frames) {
+    const double time = frame.time.seconds();
+    if (time > 1.79 && time < 1.99) continue;
+    EXPECT_NEAR(time, frame.number / 25.0, 0.001);
+    numbers.insert(frame.number);
   }
+  EXPECT_EQ(numbers.size(), 95U);
+  // Up to the next key frame what follows leans on it; a decoder that works on several frames at a time says so early.
+  const std::vector<std::string> lines = damageLines(log);
+  ASSERT_EQ(lines.size(), 1U) << ::testing::PrintToString(log.lines());
+  double from = 0;
+  double to = 0;
+  ASSERT_EQ(std::sscanf(lines[0].c_str(), "movie export        :-( damaged pictures from %lf to %lf s", &from, &to), 2);
+  EXPECT_LE(from, 1.8);
+  EXPECT_GE(from, 1.44);
+  EXPECT_EQ(to, 2.0);
+}
+
+TEST_F(ProRes, WhereADecoderGivesNothingTheFrameBeforeStays) {
+  const std::string whole = clip("prores_png.mov", {numberedPictures(20), {"-c:v", "png"}});
+  const std::string damaged = folder_.file("damaged.mov");
+  std::filesystem::copy_file(whole, damaged);
+  testing::damagePacket(damaged, "v:0", 7, 0);
+  testing::damagePacket(damaged, "v:0", 12, 0);
+  const testing::RecordingLog log;
+  const Outcome outcome = exportedClip(damaged);
+  ASSERT_TRUE(outcome.succeeded) << outcome.error;
+  const auto frames = testing::decoded(outcome.path).frames;
+  ASSERT_EQ(frames.size(), 18U);
+  EXPECT_EQ(frames[6].number, 6);
+  EXPECT_EQ(frames[7].number, 8);
+  EXPECT_NEAR(frames[7].time.seconds(), 0.32, 0.001);
+  EXPECT_EQ(damageLines(log),
+            (std::vector<std::string>{"movie export        :-( damaged pictures from 0.240 to 0.320 s",
+                                      "movie export        :-( damaged pictures from 0.440 to 0.520 s"}));
+}
+
+TEST_F(ProRes, AnUndamagedMovieLogsNoDamage) {
+  const testing::RecordingLog log;
+  const Outcome outcome =
+      exportedClip(clip("prores_open.mkv", {numberedPictures(100), h264("bframes=3:keyint=12:open-gop=1")}));
+  ASSERT_TRUE(outcome.succeeded) << outcome.error;
+  EXPECT_TRUE(damageLines(log).empty());
+}
+
+TEST_F(ProRes, WhatLiesBeyondACutMayBeMissing) {
+  const std::string path = made("in.mp4", {"-f", "lavfi", "-i", "testsrc2=duration=6:size=160x120", "-c:v", "libx264",
+                                           "-g", "12", "-movflags", "faststart"});
   const auto movie = loaded(path);
-  ASSERT_TRUE(movie);
-  const Outcome outcome = exported(movie);
-  EXPECT_FALSE(outcome.succeeded);
-  EXPECT_NE(outcome.error.find("cannot be decoded"), std::string::npos) << outcome.error;
+  const auto composition = Composition::make();
+  std::string error;
+  ASSERT_TRUE(composition->insertTimeRange(range(0, 1), movie, at(0), &error)) << error;
+  std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
+  const Outcome outcome = exported(composition);
+  EXPECT_TRUE(outcome.succeeded) << outcome.error;
+  EXPECT_EQ(probed(outcome.path, "v:0", "stream=nb_frames"), "25");
 }
 
 TEST_F(ProRes, CancellingEndsIt) {

@@ -6,7 +6,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <numbers>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -127,6 +129,24 @@ inline std::string probed(const std::string& movie, const std::string& stream, c
       {"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries", entries, "-of", "csv=p=0", movie});
   while (!run.output.empty() && (run.output.back() == '\n' || run.output.back() == ',')) run.output.pop_back();
   return run.output + run.error;
+}
+
+/// Overwrites the coded bytes of packet `number` of a stream, the first `kept` ones excepted.
+inline void damagePacket(const std::string& movie, const std::string& stream, int number, std::size_t kept) {
+  std::istringstream packets(runProgram({"ffprobe", "-v", "error", "-select_streams", stream, "-show_entries",
+                                         "packet=size,pos", "-of", "csv=p=0", movie})
+                                 .output);
+  std::string line;
+  for (int i = 0; i <= number && std::getline(packets, line);) i += line.empty() ? 0 : 1;  // side data end a line
+  std::size_t size = 0;
+  std::size_t place = 0;
+  if (std::sscanf(line.c_str(), "%zu,%zu", &size, &place) != 2 || size <= kept) {
+    throw std::runtime_error("no packet to damage: " + line);
+  }
+  std::fstream file(movie, std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(place + kept));
+  for (std::size_t i = kept; i < size; ++i) file.put(static_cast<char>(i * 89 + 0x5b));
+  if (!file.flush()) throw std::runtime_error("cannot write " + movie);
 }
 
 /// ffprobe, mediainfo and GStreamer open and read the movie without complaint.

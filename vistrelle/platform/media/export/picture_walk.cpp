@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
-#include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/frame_rules.h"
 
@@ -88,7 +88,7 @@ bool PictureDecoder::findFirst(std::int64_t place, bool fromStart, bool* again, 
     const std::optional<std::shared_ptr<const Frame>> frame = pull(error);
     if (!frame) return false;
     if (!*frame) break;
-    if (!first_) damage_ = (*frame)->damage;
+    damage_ = first_ ? first_->damage : (*frame)->damage;
     if (first_ && (*frame)->place > place) {
       next_ = *frame;
       break;
@@ -107,6 +107,7 @@ bool PictureDecoder::findFirst(std::int64_t place, bool fromStart, bool* again, 
 bool PictureDecoder::begin(const MediaTime& start, const MediaTime& end, std::string* error) {
   end_ = end;
   lastEnd_ = start;
+  leansOnDamage_ = lacksFrames_ = false;
   const std::optional<std::int64_t> place = timeline_->placeOf(start);
   if (!place) {
     *error = "the time is not a number";
@@ -124,7 +125,12 @@ std::optional<PictureDecoder::Picture> PictureDecoder::next(std::string* error) 
   if (!frame) frame = std::move(next_);
   if (!frame) {
     std::optional<std::shared_ptr<const Frame>> pulled = pull(error);
-    if (!pulled) return std::nullopt;
+    if (!pulled) {
+      // What comes after the end may be as it likes.
+      if (lastEnd_ < end_) return std::nullopt;
+      error->clear();
+      return Picture{};
+    }
     frame = std::move(*pulled);
   }
   if (!frame) {
@@ -133,17 +139,29 @@ std::optional<PictureDecoder::Picture> PictureDecoder::next(std::string* error) 
     return std::nullopt;
   }
   const MediaTime time = timeline_->timeOf(frame->place);
-  if (frame->damage.refusedPackets > damage_.refusedPackets || frame->damage.damagedFrames > damage_.damagedFrames) {
-    *error = format("the frame at {:.3f} s cannot be decoded", time.seconds());
-    return std::nullopt;
-  }
+  Picture picture = assess(*frame, time);
   const std::int64_t ticks = frameDuration(*frame->picture);
   lastEnd_ = time;
   if (ticks > 0) {
     const AVRational timeBase = run_.packets().stream()->time_base;
     lastEnd_ = time + MediaTime::make(ticks * timeBase.num, timeBase.den);
   }
-  return Picture{frame->picture, time};
+  return picture;
+}
+
+/// Damage stays in the pictures up to the next key frame. Refused packets are counted when they are handed over, which
+/// may be some frames ahead of where they are missing.
+PictureDecoder::Picture PictureDecoder::assess(const Frame& frame, const MediaTime& time) {
+  FrameDamage before = std::exchange(damage_, frame.damage);
+  if (damage_.refusedPackets < before.refusedPackets || damage_.damagedFrames < before.damagedFrames) before = {};
+  const bool isRefused = damage_.refusedPackets > before.refusedPackets;
+  const bool isConcealed = damage_.damagedFrames > before.damagedFrames;
+  const bool isOwn = frame.picture->decode_error_flags != 0 || (frame.picture->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+  leansOnDamage_ = isOwn || (!isKeyFrame(*frame.picture) && (leansOnDamage_ || isRefused || isConcealed));
+  lacksFrames_ |= isRefused;
+  const bool followsLoss = lacksFrames_ && lastEnd_ < time;
+  if (followsLoss) lacksFrames_ = false;
+  return {frame.picture, time, leansOnDamage_, followsLoss};
 }
 
 PictureDecoder* PictureWalk::decoderFor(const PlayedPiece& piece, std::string* error) {
@@ -155,13 +173,13 @@ PictureDecoder* PictureWalk::decoderFor(const PlayedPiece& piece, std::string* e
 }
 
 std::optional<PictureWalk::Shown> PictureWalk::next(std::string* error) {
-  if (current_ == pieces_.size()) return Shown{nullptr, position_, position_, nullptr};
+  if (current_ == pieces_.size()) return Shown{nullptr, position_, position_};
   const PlayedPiece& piece = pieces_[current_];
   if (!begun_) {
     if (!position_.isValid()) position_ = piece.target.start;
     if (position_ < piece.target.start) {
       const MediaTime from = std::exchange(position_, piece.target.start);
-      return Shown{nullptr, from, position_, nullptr};
+      return Shown{nullptr, from, position_};
     }
     PictureDecoder* decoder = decoderFor(piece, error);
     if (decoder == nullptr || !decoder->begin(piece.source.start, piece.source.end(), error)) return std::nullopt;
@@ -173,7 +191,7 @@ std::optional<PictureWalk::Shown> PictureWalk::next(std::string* error) {
   std::optional<PictureDecoder::Picture> following = PictureDecoder::Picture{};
   if (!piece.isStill()) following = decoder_->next(error);
   if (!following) return std::nullopt;
-  Shown shown{held_.frame, position_, piece.target.end(), decoder_.get()};
+  Shown shown{held_.frame, position_, piece.target.end(), decoder_.get(), held_.isDamaged || following->followsLoss};
   if (following->frame && following->time < piece.source.end()) {
     shown.end = piece.targetOf(following->time);
     held_ = std::move(*following);

@@ -24,11 +24,13 @@ class PictureDecoder {
   struct Picture {
     std::shared_ptr<const AVFrame> frame;  ///< empty at the end
     MediaTime time;                        ///< when it appears on the movie's timeline
+    bool isDamaged = false;                ///< it, or what it leans on, could not be decoded as it was recorded
+    bool followsLoss = false;              ///< frames between the one before and this one could not be decoded at all
   };
   /// Goes to the frame that is on screen at `start`, or to the first where all are later. False with an error text.
   bool begin(const MediaTime& start, const MediaTime& end, std::string* error);
-  /// Nothing with an error text when a frame could not be decoded whole, or the movie ends long before the end that
-  /// was given to begin().
+  /// Damaged frames come as the decoder conceals them; where it gives none the one before stays. Nothing with an error
+  /// text when the movie cannot be read or ends long before the end that was given to begin().
   std::optional<Picture> next(std::string* error);
 
   const FrameShape& shape() const { return shape_; }
@@ -43,6 +45,7 @@ class PictureDecoder {
   bool prepare(std::string* error);
   bool findFirst(std::int64_t place, bool fromStart, bool* again, std::string* error);
   std::optional<std::shared_ptr<const Frame>> pull(std::string* error);
+  Picture assess(const Frame& frame, const MediaTime& time);
 
   std::shared_ptr<const MovieTrack> track_;
   FrameStatistics statistics_;
@@ -55,7 +58,9 @@ class PictureDecoder {
   std::shared_ptr<const Frame> next_;   // after that
   MediaTime end_;
   MediaTime lastEnd_;
-  FrameDamage damage_;  // before the first frame of the run
+  FrameDamage damage_;  // as counted with the last frame delivered
+  bool leansOnDamage_ = false;
+  bool lacksFrames_ = false;  // packets were refused, and where their frames would be has not come yet
 };
 
 /// The pictures of one track's timeline in order.
@@ -68,6 +73,7 @@ class PictureWalk {
     MediaTime start;
     MediaTime end;
     const PictureDecoder* decoder = nullptr;
+    bool isDamaged = false;  ///< its source is damaged there
   };
   /// The next stretch of the timeline, empty ones between pieces included; a stretch that ends where it starts has no
   /// frame and is the end of all. Within a piece the last frame stays to its end, and the first is there from its

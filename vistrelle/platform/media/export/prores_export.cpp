@@ -8,6 +8,7 @@
 #include <span>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/media/export/damage_log.h"
 #include "vistrelle/platform/media/export/muxer.h"
 #include "vistrelle/platform/media/export/picture_conversion.h"
 #include "vistrelle/platform/media/export/picture_walk.h"
@@ -52,7 +53,8 @@ class ProResExport {
   std::optional<PictureWalk> walk_;
   std::int32_t scale_ = 0;
   PictureWalk::Shown shown_;  // what comes next
-  double pictureEnd_ = 0;     // of the whole track, in seconds
+  DamageLog damage_{"pictures"};
+  double pictureEnd_ = 0;  // of the whole track, in seconds
   std::optional<PictureConversion> conversion_;
   AvPtr<AVCodecContext> encoder_;
   AVStream* pictures_ = nullptr;
@@ -170,6 +172,7 @@ bool ProResExport::showPicture(std::string* error) {
   std::int64_t start = unitsOf(shown_.start, scale_);
   const std::int64_t end = unitsOf(shown_.end, scale_);
   std::shared_ptr<AVFrame> picture;
+  if (shown_.isDamaged) damage_.add(shown_.start, shown_.end);
   if (end > start) {
     picture =
         shown_.frame ? conversion_->convert(*shown_.frame, shown_.decoder->shape(), error) : conversion_->black(error);
@@ -249,6 +252,7 @@ bool ProResExport::run(std::string* error) {
     if (mix_ && !writeSound(upTo, error)) return false;
     control_.progress(now / end);
   }
+  damage_.finish();
   if (encoder_ && !encode(nullptr, error)) return false;
   while (soundDone_ < soundLength) {
     if (control_.isCancelled()) return false;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/media/export/played_pieces.h"
@@ -15,6 +16,7 @@ namespace {
 // that take 80 ms to settle in Opus.
 const MediaTime kLeadIn = MediaTime::make(3, 10);
 constexpr int kRefusalsBeforeSound = 32;
+constexpr int kRefusalsInARow = 64;
 
 bool needsLeadIn(AVCodecID codec) {
   const AVCodecDescriptor* descriptor = avcodec_descriptor_get(codec);
@@ -72,7 +74,7 @@ bool SoundDecoder::begin(const MediaTime& start, std::string* error) {
     return false;
   }
   decoder_->flush();
-  drained_ = ended_ = false;
+  drained_ = ended_ = lost_ = false;
   expected_.reset();
   wantedFrom_ = unitsOf(start, rate());
   return true;
@@ -101,8 +103,8 @@ AvPtr<AVFrame> SoundDecoder::decode(std::string* error) {
       }
     }
     // What only leads in may be undecodable, and so may the torn beginning of a recording.
-    const bool isWanted = expected_ && *expected_ >= wantedFrom_;
-    if (isWanted || ++refusals > kRefusalsBeforeSound || packets_.unreadable() > kRefusalsBeforeSound) {
+    lost_ |= expected_ && *expected_ >= wantedFrom_;
+    if (++refusals > (lost_ ? kRefusalsInARow : kRefusalsBeforeSound) || packets_.unreadable() > kRefusalsInARow) {
       *error = format("the movie's sound cannot be decoded at {:.3f} s",
                       static_cast<double>(expected_.value_or(0)) / (first_ ? rate() : 1));
       return nullptr;
@@ -140,7 +142,7 @@ std::optional<SoundDecoder::Block> SoundDecoder::next(std::string* error) {
       return std::nullopt;
     }
     block.position = positionOf(frame);
-    if (!expected_) {
+    if (!expected_ || block.position > *expected_ + tolerance_) {
       block.position = snapped(block.position);
     } else if (std::abs(block.position - *expected_) <= tolerance_) {
       block.position = *expected_;
@@ -148,9 +150,10 @@ std::optional<SoundDecoder::Block> SoundDecoder::next(std::string* error) {
       continue;  // told twice
     }
     expected_ = block.position + frame.nb_samples;
+    block.followsDamage = std::exchange(lost_, false);
     return block;
   }
-  return Block{};
+  return Block{nullptr, 0, std::exchange(lost_, false)};
 }
 
 }  // namespace vistrelle::platform

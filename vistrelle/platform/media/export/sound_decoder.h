@@ -28,10 +28,12 @@ class SoundDecoder {
   bool begin(const MediaTime& start, std::string* error);
 
   struct Block {
-    AvPtr<AVFrame> frame;       ///< empty at the end
-    std::int64_t position = 0;  ///< of its first sample on the movie's timeline, in samples
+    AvPtr<AVFrame> frame;        ///< empty at the end
+    std::int64_t position = 0;   ///< of its first sample on the movie's timeline, in samples
+    bool followsDamage = false;  ///< what should be right before could not be decoded
   };
-  /// The next samples, without overlap; there may be gaps. Nothing with an error text when decoding failed.
+  /// The next samples, without overlap; there may be gaps, so where something is damaged. Nothing with an error text
+  /// when nothing can be decoded any more.
   std::optional<Block> next(std::string* error);
 
  private:
@@ -48,6 +50,7 @@ class SoundDecoder {
   AvPtr<AVFrame> first_;  // what the first samples look like
   bool drained_ = false;
   bool ended_ = false;
+  bool lost_ = false;                     // something that was wanted, since the last block
   std::int64_t wantedFrom_ = 0;           // samples before are only there to get the decoder going
   std::optional<std::int64_t> expected_;  // the place after the last sample delivered
   std::int64_t tolerance_ = 2;            // how far a stated time may be off, in samples

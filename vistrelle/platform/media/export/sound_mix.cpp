@@ -165,6 +165,13 @@ bool SoundTrack::feedBlock(const SoundDecoder::Block& block, std::string* error)
   return convert(planes.data(), count, error);
 }
 
+/// What the source lacks between two of its samples is silence on the timeline.
+void SoundTrack::noteDamage(std::int64_t from, std::int64_t to) {
+  const PlayedPiece& piece = pieces_[current_];
+  const auto timeOf = [&](std::int64_t sample) { return piece.targetOf(MediaTime::make(sample, decoder_->rate())); };
+  damage_.add(timeOf(from), timeOf(std::max(from, to)));
+}
+
 /// Converts until `count` samples are ready or the piece has no more.
 bool SoundTrack::fill(std::size_t count, std::string* error) {
   while (kept() < count && !drained_) {
@@ -174,6 +181,7 @@ bool SoundTrack::fill(std::size_t count, std::string* error) {
     }
     const std::optional<SoundDecoder::Block> block = decoder_->next(error);
     if (!block) return false;
+    if (block->followsDamage) noteDamage(fed_, block->frame ? std::min(block->position, sourceEnd_) : sourceEnd_);
     if (block->frame) {
       if (!feedBlock(*block, error)) return false;
       continue;
@@ -287,6 +295,9 @@ bool SoundMix::read(AVFrame& frame, int atMost, std::string* error) {
   }
   frame.pts = position_;
   position_ += count;
+  if (position_ == length_) {
+    for (const auto& track : tracks_) track->finish();
+  }
   return true;
 }
 

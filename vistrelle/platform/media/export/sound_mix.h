@@ -11,6 +11,7 @@ extern "C" {
 #include <vector>
 
 #include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/export/damage_log.h"
 #include "vistrelle/platform/media/export/played_pieces.h"
 #include "vistrelle/platform/media/export/sound_decoder.h"
 
@@ -34,6 +35,8 @@ class SoundTrack {
 
   /// Adds the next `count` samples to the planes. False with an error text.
   bool addTo(const std::vector<float*>& planes, int count, std::string* error);
+  /// Nothing more is wanted.
+  void finish() { damage_.finish(); }
 
  private:
   bool beginPiece(std::string* error);
@@ -41,6 +44,7 @@ class SoundTrack {
   bool convert(const std::uint8_t* const* samples, std::int64_t count, std::string* error);
   bool feedSilence(std::int64_t count, std::string* error);
   bool feedBlock(const SoundDecoder::Block& block, std::string* error);
+  void noteDamage(std::int64_t from, std::int64_t to);
   std::size_t kept() const { return ready_.empty() ? 0 : ready_.front().size() - taken_; }
 
   std::vector<PlayedPiece> pieces_;
@@ -55,6 +59,7 @@ class SoundTrack {
   std::int64_t sourceEnd_ = 0;  // one beyond the last one
   std::int64_t statedEnd_ = 0;  // what the source promises to have
   bool drained_ = false;
+  DamageLog damage_{"sound"};
   std::vector<std::vector<float>> ready_;  // converted, by channel
   std::size_t taken_ = 0;
 };
