@@ -42,6 +42,21 @@ bool copyDisplayMatrix(const AVStream& from, AVStream* to) {
   return true;
 }
 
+/// Containers that say nothing of the pixels leave it to the pictures; configuration records of VP9 state them.
+void learnPixels(AVCodecParameters& parameters, const AVPacket& first) {
+  if (parameters.codec_type != AVMEDIA_TYPE_VIDEO || parameters.format >= 0) return;
+  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  const AvPtr<AVCodecContext> decoder(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
+  const AvPtr<AVFrame> frame(av_frame_alloc());
+  if (!decoder || !frame || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return;
+  decoder->thread_count = 1;
+  if (avcodec_open2(decoder.get(), codec, nullptr) < 0 || avcodec_send_packet(decoder.get(), &first) < 0) return;
+  avcodec_send_packet(decoder.get(), nullptr);
+  if (avcodec_receive_frame(decoder.get(), frame.get()) < 0) return;
+  parameters.format = frame->format;
+  if (parameters.profile < 0) parameters.profile = decoder->profile;
+}
+
 /// A whole movie of one packet, in memory; empty with a negative status on failure.
 std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, const AVCodecParameters& parameters,
                                     const AVPacket& first, int* status) {
@@ -53,6 +68,7 @@ std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, c
   AVStream* track = avformat_new_stream(made, nullptr);
   *status = track == nullptr ? AVERROR(ENOMEM) : avcodec_parameters_copy(track->codecpar, &parameters);
   if (*status < 0) return {};
+  learnPixels(*track->codecpar, first);
   track->codecpar->codec_tag = parameters.codec_id == AV_CODEC_ID_HEVC ? kHevcTag : 0;
   track->time_base = stream.time_base;
   track->avg_frame_rate = stream.avg_frame_rate;

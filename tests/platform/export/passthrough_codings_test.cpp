@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include "tests/platform/export/passthrough_fixture.h"
+
+// Codings that no other test copies, each in a container that carries it: what is said beforehand holds, and what is
+// written decodes as its source does.
+
+namespace vistrelle::testing {
+namespace {
+
+struct Carried {
+  const char* name;
+  bool isVideo;
+  std::vector<std::string> coding;
+  bool isKept = true;
+};
+
+[[maybe_unused]] void PrintTo(const Carried& tested, std::ostream* out) {
+  *out << tested.name;
+}
+
+class Codings : public ::testing::TestWithParam<Carried> {
+ protected:
+  void SetUp() override {
+    const std::vector<std::string> sound{"-f", "lavfi", "-i", "sine=duration=2:sample_rate=48000"};
+    path_ = clip(GetParam().name, {GetParam().isVideo ? numberedPictures(50) : sound, GetParam().coding});
+    movie_ = loaded(path_);
+    ASSERT_TRUE(movie_);
+  }
+  std::string path_;
+  std::shared_ptr<platform::Asset> movie_;
+};
+
+TEST_P(Codings, keptOrRefusedAsSaid) {
+  const ScratchFolder folder;
+  std::string reason;
+  ASSERT_EQ(platform::canPassThrough(*movie_, &reason), GetParam().isKept) << reason;
+  if (!GetParam().isKept) return;
+  const Written written = writeTo(*movie_, folder.file("kept.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const DecodedMovie before = decoded(path_);
+  const DecodedMovie after = decoded(written.path);
+  EXPECT_EQ(after.error, "");
+  if (GetParam().isVideo) {
+    EXPECT_EQ(after.numbers(), before.numbers());
+    EXPECT_EQ(after.frames.size(), 50U);
+  } else {
+    ASSERT_EQ(after.sound.size(), 1U);
+    EXPECT_NEAR(static_cast<double>(after.sound.begin()->second.size()), 2 * 48000.0, 2048);
+  }
+  // GStreamer as the distribution has it reads no DNxHR.
+  if (std::string(GetParam().name) != "dnxhr.mov") expectReadable(written.path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    table, Codings,
+    ::testing::Values(Carried{"eac3.mp4", false, {"-c:a", "eac3"}}, Carried{"eac3.mkv", false, {"-c:a", "eac3"}},
+                      Carried{"mp2.ts", false, {"-c:a", "mp2"}}, Carried{"flac.mkv", false, {"-c:a", "flac"}},
+                      Carried{"flac.mp4", false, {"-c:a", "flac", "-strict", "-2"}},
+                      Carried{"opus.mkv", false, {"-c:a", "libopus"}}, Carried{"opus.mp4", false, {"-c:a", "libopus"}},
+                      Carried{"ima.mov", false, {"-c:a", "adpcm_ima_qt"}},
+                      Carried{"ulaw.mov", false, {"-c:a", "pcm_mulaw"}},
+                      Carried{"vorbis.mkv", false, {"-c:a", "libvorbis"}, false},
+                      Carried{"vp9.webm", true, {"-c:v", "libvpx-vp9", "-deadline", "realtime", "-cpu-used", "8"}},
+                      Carried{"vp9.mp4", true, {"-c:v", "libvpx-vp9", "-deadline", "realtime", "-cpu-used", "8"}},
+                      Carried{"dnxhr.mov",
+                              true,
+                              {"-c:v", "dnxhd", "-profile:v", "dnxhr_lb", "-pix_fmt", "yuv422p", "-vf", "pad=256:128"}},
+                      Carried{"ffv1.mkv", true, {"-c:v", "ffv1"}, false}),
+    [](const ::testing::TestParamInfo<Carried>& tested) {
+      std::string name = tested.param.name;
+      std::ranges::replace(name, '.', '_');
+      return name;
+    });
+
+}  // namespace
+}  // namespace vistrelle::testing
