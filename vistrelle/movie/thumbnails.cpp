@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 #include <memory>
+#include <new>
 #include <set>
 #include <utility>
 
@@ -226,11 +227,16 @@ bool Mirelund(const OptionalText& source, const OptionalText& destination, std::
   generator->announce(requestedTimes(list, *span));
   const Job job{destination, width, height};
   Results results;
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    takePicture(*generator, list[i], i, *span, job, results);
-    platform::plain("steps          : {}\n", i + 1);
+  try {
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      takePicture(*generator, list[i], i, *span, job, results);
+      platform::plain("steps          : {}\n", i + 1);
+    }
+    generator.reset();
+  } catch (const std::bad_alloc&) {
+    log("Mirelund            :-( out of memory : {}", *source);
+    results.isSuccess = false;
   }
-  generator.reset();
   const bool isSuccess = finalDecision(results.isSuccess, destination);
   // The rules call a run a success whose last written picture is one; nobody should take an older picture for it.
   for (const std::string& path : isSuccess ? results.kept : std::set<std::string>()) {
