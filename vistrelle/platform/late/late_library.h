@@ -18,8 +18,8 @@ struct LateFunction {
 /// What is done when a library or function is missing, with the loader's own words; meant not to return.
 using LateFailure = void (*)(const char* reason);
 
-/// Installs it; null: a line on standard error and status 127, as for a library that is needed at the start. Once, before
-/// other threads run.
+/// Installs it; null: a line on standard error and status 127, as for a library that is needed at the start. Once,
+/// before other threads run.
 void onLateFailure(LateFailure failure);
 
 }  // namespace vistrelle::platform

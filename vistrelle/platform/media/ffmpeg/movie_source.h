@@ -12,8 +12,8 @@
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 #include "vistrelle/platform/media/ffmpeg/file_io.h"
-#include "vistrelle/platform/media/ffmpeg/frame_edits.h"
 #include "vistrelle/platform/media/ffmpeg/first_frame.h"
+#include "vistrelle/platform/media/ffmpeg/frame_edits.h"
 #include "vistrelle/platform/media/ffmpeg/stream_notes.h"
 #include "vistrelle/platform/media/mov/movie_header.h"
 
