@@ -13,7 +13,7 @@ MOVIE = str(SOURCE / "tests/data/prog_8s.mp4")
 
 # Headers that the modules share among their own sources.
 INTERNAL_HEADERS = {
-    "alert_session.h", "codec_names.h", "formats.h", "linked_text.h", "movie_text.h", "pieces.h", "protected_places.h", "replacing.h",
+    "alert_session.h", "codec_names.h", "formats.h", "last_words.h", "linked_text.h", "movie_text.h", "pieces.h", "protected_places.h", "replacing.h",
     "scanning.h", "shell_words.h", "slots.h", "strings_lines.h", "text_reading.h", "whole_numbers.h"}
 # Helpers that stand in a public header beside the operations.
 INTERNAL_FUNCTIONS = {
