@@ -52,6 +52,19 @@ TEST_P(Codings, keptOrRefusedAsSaid) {
   if (std::string(GetParam().name) != "dnxhr.mov") expectReadable(written.path);
 }
 
+/// Packets of a program stream need not state their presentation times; decoding times run ahead of them.
+TEST(ProgramStream, beginsWithItsFirstFrame) {
+  const ScratchFolder folder;
+  const std::string path = clip("fields.mpg", {numberedPictures(50), {"-c:v", "mpeg2video", "-bf", "2", "-f", "mpeg"}});
+  const auto movie = loaded(path);
+  ASSERT_TRUE(movie);
+  const Written written = writeTo(*movie, folder.file("kept.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  const std::vector<int> numbers = decoded(written.path).numbers();
+  ASSERT_GE(numbers.size(), 49U);
+  for (std::size_t i = 0; i < numbers.size(); ++i) EXPECT_EQ(numbers[i], static_cast<int>(i));
+}
+
 INSTANTIATE_TEST_SUITE_P(
     table, Codings,
     ::testing::Values(Carried{"eac3.mp4", false, {"-c:a", "eac3"}}, Carried{"eac3.mkv", false, {"-c:a", "eac3"}},

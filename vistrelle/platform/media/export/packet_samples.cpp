@@ -43,6 +43,7 @@ struct PacketSamples::State {
   bool read(const Take& take, std::string* error);
   bool addSample(Stream& stream, const AVPacket& packet, std::span<const std::uint8_t> bytes, std::string* error);
   bool finishTables(std::string* error);
+  bool isAviMovie() const { return std::string_view(demuxer->context()->iformat->name) == "avi"; }
 
   std::shared_ptr<MovieSource> movie;
   std::vector<Stream> streams;
@@ -55,7 +56,7 @@ struct PacketSamples::State {
 bool PacketSamples::State::read(const Take& take, std::string* error) {
   demuxer = movie->makeDemuxer(error);
   if (!demuxer) return false;
-  const bool isAvi = std::string_view(demuxer->context()->iformat->name) == "avi";
+  const bool isAvi = isAviMovie();
   for (int i = 0; i < demuxer->streamCount(); ++i) demuxer->stream(i)->discard = AVDISCARD_ALL;
   for (Stream& stream : streams) {
     demuxer->stream(stream.index)->discard = AVDISCARD_DEFAULT;
@@ -93,7 +94,7 @@ bool PacketSamples::State::addSample(Stream& stream, const AVPacket& packet, std
     stream.tables = std::move(*made);
     stream.tables.header.isEnabled = stream.facts->isEnabled;
     if (stream.facts->type == MediaType::video) {
-      stream.pictures = std::make_unique<PictureTimes>(parameters);
+      stream.pictures = std::make_unique<PictureTimes>(parameters, isAviMovie());
       stream.tables.timeScale = static_cast<std::uint32_t>(source.time_base.den);
     } else if (stream.facts->type == MediaType::audio) {
       stream.sound.emplace(parameters.sample_rate);

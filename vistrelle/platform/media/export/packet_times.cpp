@@ -9,7 +9,8 @@ extern "C" {
 
 namespace vistrelle::platform {
 
-PictureTimes::PictureTimes(const AVCodecParameters& parameters) : parser_(av_parser_init(parameters.codec_id)) {
+PictureTimes::PictureTimes(const AVCodecParameters& parameters, bool numbersFrames)
+    : numbersFrames_(numbersFrames), parser_(av_parser_init(parameters.codec_id)) {
   context_.reset(avcodec_alloc_context3(nullptr));
   if (context_) avcodec_parameters_to_context(context_.get(), &parameters);
   if (parser_) parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
@@ -68,6 +69,13 @@ bool PictureTimes::apply(std::vector<mov::Sample>& samples, std::int64_t factor)
     if (std::ranges::any_of(entries_, [](const Entry& entry) { return entry.dts == AV_NOPTS_VALUE; })) return false;
     const std::vector<std::size_t> order = shownOrder();
     for (std::size_t i = 0; i < count; ++i) shown[order[i]] = entries_[i].dts;
+    // Decoding times run ahead of presentation times where pictures are reordered; one stated pair tells by how much.
+    const auto stated = std::ranges::find_if(
+        entries_, [this](const Entry& entry) { return !numbersFrames_ && entry.pts != AV_NOPTS_VALUE; });
+    if (stated != entries_.end()) {
+      const std::int64_t ahead = stated->pts - shown[static_cast<std::size_t>(stated - entries_.begin())];
+      for (std::int64_t& time : shown) time += ahead;
+    }
   }
   // Decoding times of our own: the presentation times in order. They rise, and are those of a stream without delay.
   std::vector<std::int64_t> times = shown;

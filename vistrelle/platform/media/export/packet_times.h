@@ -11,11 +11,12 @@
 namespace vistrelle::platform {
 
 /// Gives the pictures of a stream, met in decoding order, their times. Where every packet states its presentation time
-/// that holds; where one does not (AVI), the pictures take the stated decoding times in the order in which they are
-/// shown, which the pictures' own headers tell.
+/// that holds; where one does not (AVI, program streams), the pictures take the stated decoding times in the order in
+/// which they are shown, which the pictures' own headers tell, moved to where a stated presentation time lies.
 class PictureTimes {
  public:
-  explicit PictureTimes(const AVCodecParameters& parameters);
+  /// `numbersFrames`: what the container states are numbers of frames (AVI), not times.
+  PictureTimes(const AVCodecParameters& parameters, bool numbersFrames);
   void add(const AVPacket& packet);
   /// Sets presentation and decoding times of the samples, one for each packet added, in ticks of the stream's time base
   /// times `factor`. False when packets state no time at all.
@@ -35,6 +36,7 @@ class PictureTimes {
   };
   std::vector<std::size_t> shownOrder() const;
 
+  bool numbersFrames_;
   std::unique_ptr<AVCodecParserContext, ParserDeleter> parser_;
   AvPtr<AVCodecContext> context_;
   bool hasOrder_ = false;
