@@ -106,8 +106,9 @@ TEST(ConfinedLibrary, LeavesNoDescriptorBehind) {
     const auto generator = asset->makeImageGenerator();
     EXPECT_TRUE(generator->copyFrame(MediaTime::make(i, 4)).picture);
   }
-  for (int i = 0; i < 500 && openDescriptors() != before; ++i) ::usleep(10000);  // loading threads let go last
-  EXPECT_EQ(openDescriptors(), before);
+  // Loading threads let go last, those of the test before this one too.
+  for (int i = 0; i < 500 && openDescriptors() > before; ++i) ::usleep(10000);
+  EXPECT_LE(openDescriptors(), before);
 }
 
 TEST(ConfinedLibrary, ManyPicturesOfSeveralGeneratorsOnSeveralThreads) {
