@@ -48,6 +48,7 @@ class FakeSession : public platform::ExportSession {
     ++starts;
     finishedAtStart = exportFinished();
     completion = std::move(itsCompletion);
+    started.set();
     if (endsAtOnce) end();
   }
   /// Writes what is to be written and calls the completion on another thread, at the end of which it returns.
@@ -71,6 +72,7 @@ class FakeSession : public platform::ExportSession {
   std::atomic<float> done = 1.0F;
   ExportStatus itsStatus = ExportStatus::completed;
   OptionalText itsError;
+  platform::Signal started;
   std::function<void()> completion;
   std::thread thread;
   int starts = 0;
@@ -416,6 +418,7 @@ TEST_F(Export, NoSecondIsSleptAfterTheWorkIsDone) {
   session().endsAtOnce = false;
   session().done = 0.5F;
   std::thread worker([&] {
+    session().started.waitReal(60s);
     std::this_thread::sleep_for(50ms);
     session().end();
   });

@@ -13,11 +13,10 @@ namespace vistrelle::platform {
 class Signal {
  public:
   explicit Signal(bool set = false) : set_(set) {}
+  /// Whoever waits may destroy the signal as soon as it is set: nothing is touched after the lock.
   void set(bool value = true) {
-    {
-      std::lock_guard lock(mutex_);
-      set_ = value;
-    }
+    std::lock_guard lock(mutex_);
+    set_ = value;
     changed_.notify_all();
   }
   bool isSet() const {
