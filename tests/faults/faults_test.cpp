@@ -140,7 +140,7 @@ class FailedAllocations : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(FailedAllocations, InTheDecoderNeverGiveAnotherPicture) {
   FaultyRuns runs(GetParam(), GetParam() == "libvpx-vp9" ? "webm" : "mov");
-  checkAll(runs, "malloc", "children", runs.count("malloc", "children"), 100);
+  checkAll(runs, "malloc", "children", runs.count("malloc", "children"), 200);
 }
 
 INSTANTIATE_TEST_SUITE_P(Codecs, FailedAllocations,

@@ -35,15 +35,7 @@ constexpr std::uint32_t n(Kind kind) {
 
 /// A library whose workers run `body`. Threads of tests before this one may still be going.
 std::shared_ptr<ConfinedMediaLibrary> libraryOf(WorkerBody body, int silenceMilliseconds = 5000) {
-  const auto threads = [] {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
-  };
-#if defined(__SANITIZE_THREAD__)
-  constexpr int kMost = 2;
-#else
-  constexpr int kMost = 1;
-#endif
-  for (int i = 0; i < 500 && threads() > kMost; ++i) ::usleep(10000);
+  awaitOneThread();
   ConfinedOptions options;
   options.silence = std::chrono::milliseconds(silenceMilliseconds);
   options.longestAnswer = std::chrono::milliseconds(2 * silenceMilliseconds);
