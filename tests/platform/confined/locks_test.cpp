@@ -157,6 +157,8 @@ TEST(Locks, TheToolMakesNoSocketButItsOwnPairsAndTheLoggers) {
     const Trace trace = traceTool(folder, movie, "socket,connect,bind,listen,accept,accept4,sendto");
     EXPECT_EQ(trace.run.signal, 0);
     for (const std::string& line : trace.lines) {
+      // A process that is killed between two calls leaves a line without a call's name.
+      if (line.find("?(") != std::string::npos) continue;
       const bool isLogger = line.find("AF_UNIX, SOCK_DGRAM") != std::string::npos ||
                             line.find("/dev/log") != std::string::npos || line.find("sendto(") != std::string::npos;
       EXPECT_TRUE(isLogger || line.find('(') == std::string::npos) << movie << ": " << line;
