@@ -1,38 +1,15 @@
 #include "vistrelle/platform/media/confined/confined_asset.h"
 
 #include <algorithm>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ahead_generator.h"
+#include "vistrelle/platform/media/loading.h"
 
 namespace vistrelle::platform {
 namespace {
-
-using Completions = std::vector<std::function<void()>>;
-
-void callAll(const Completions& completions) {
-  for (const std::function<void()>& completion : completions) {
-    if (completion) completion();
-  }
-}
-
-template <typename Work>
-void runDetached(Work work) {
-  try {
-    std::thread(work).detach();
-  } catch (const std::system_error&) {
-    work();
-  }
-}
-
-void callElsewhere(Completions completions) {
-  if (completions.empty()) return;
-  runDetached([completions = std::move(completions)] { callAll(completions); });
-}
 
 class ConfinedGenerator : public ImageGenerator {
  public:
@@ -74,14 +51,10 @@ std::unique_ptr<ImageGenerator> ConfinedTrack::makeImageGenerator() const {
 
 /// What the asset and its loading thread share.
 struct ConfinedAsset::LoadState {
-  enum class Phase { notStarted, loading, ended };
-
   explicit LoadState(std::shared_ptr<ConfinedMovie> confined) : movie(std::move(confined)) {}
 
   const std::shared_ptr<ConfinedMovie> movie;
-  std::mutex mutex;
-  Phase phase = Phase::notStarted;
-  Completions waiting;  // each is taken out once, by whoever calls it
+  Loading loading;
   MovieRecord record;
   std::vector<std::shared_ptr<Track>> tracks;
 
@@ -92,35 +65,21 @@ struct ConfinedAsset::LoadState {
 void ConfinedAsset::LoadState::load() {
   std::string error;
   std::optional<MovieRecord> loaded = movie->load(&error);
-  Completions completions;
-  {
-    const std::lock_guard lock(mutex);
-    if (phase != Phase::loading) return;  // cancelled: who cancelled has called them
-    phase = Phase::ended;
-    completions = std::exchange(waiting, {});
-    if (loaded) {
-      std::int32_t index = 0;
-      for (TrackRecord& track : loaded->tracks) {
-        tracks.push_back(std::make_shared<ConfinedTrack>(movie, index++, std::move(track)));
-      }
-      record = std::move(*loaded);
+  const auto completions = loading.end([&] {
+    if (!loaded) return;
+    std::int32_t index = 0;
+    for (TrackRecord& track : loaded->tracks) {
+      tracks.push_back(std::make_shared<ConfinedTrack>(movie, index++, std::move(track)));
     }
-  }
+    record = std::move(*loaded);
+  });
+  if (!completions) return;
   if (!error.empty()) log("movie open          :-( '{}': {}", movie->name(), error);
-  callAll(completions);
+  Loading::callAll(*completions);
 }
 
 void ConfinedAsset::LoadState::cancel() {
-  Completions completions;
-  {
-    const std::lock_guard lock(mutex);
-    // A movie that has been loaded goes on serving its tracks and generators.
-    if (phase == Phase::ended) return;
-    phase = Phase::ended;
-    completions = std::exchange(waiting, {});
-  }
-  movie->stop();
-  callElsewhere(std::move(completions));
+  loading.cancel([this] { movie->stop(); });
 }
 
 ConfinedAsset::ConfinedAsset(std::shared_ptr<ConfinedMovie> movie)
@@ -135,21 +94,7 @@ std::string ConfinedAsset::description() const {
 }
 
 void ConfinedAsset::loadValuesAsynchronously(std::span<const std::string>, std::function<void()> completion) {
-  bool hasEnded = true;
-  {
-    const std::lock_guard lock(state_->mutex);
-    if (state_->phase == LoadState::Phase::loading) {
-      state_->waiting.push_back(std::move(completion));
-      return;
-    }
-    if (state_->phase == LoadState::Phase::notStarted) {
-      state_->waiting.push_back(std::move(completion));
-      state_->phase = LoadState::Phase::loading;
-      hasEnded = false;
-    }
-  }
-  if (hasEnded) return callElsewhere({std::move(completion)});
-  runDetached([state = state_] { state->load(); });
+  state_->loading.request(std::move(completion), [state = state_] { state->load(); });
 }
 
 void ConfinedAsset::cancelLoading() {
@@ -157,12 +102,12 @@ void ConfinedAsset::cancelLoading() {
 }
 
 std::vector<std::shared_ptr<Track>> ConfinedAsset::tracks() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->loading.mutex());
   return state_->tracks;
 }
 
 MovieRecord ConfinedAsset::record() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->loading.mutex());
   return state_->record;
 }
 

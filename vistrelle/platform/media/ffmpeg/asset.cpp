@@ -1,8 +1,6 @@
 #include "vistrelle/platform/media/ffmpeg/asset.h"
 
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "vistrelle/platform/base/format.h"
@@ -11,43 +9,12 @@
 #include "vistrelle/platform/media/ffmpeg/movie_sample_reader.h"
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
 #include "vistrelle/platform/media/ffmpeg/movie_track.h"
+#include "vistrelle/platform/media/loading.h"
 
 namespace vistrelle::platform {
-namespace {
-
-using Completions = std::vector<std::function<void()>>;
-
-void callAll(const Completions& completions) {
-  for (const std::function<void()>& completion : completions) {
-    if (completion) completion();
-  }
-}
-
-/// Runs `work` on a thread that nobody waits for: it may be stalled in a read for ever. Where no thread can be
-/// made it runs at once.
-template <typename Work>
-void runDetached(Work work) {
-  try {
-    std::thread(work).detach();
-  } catch (const std::system_error&) {
-    work();
-  }
-}
-
-void callElsewhere(Completions completions) {
-  if (completions.empty()) return;
-  runDetached([completions = std::move(completions)] { callAll(completions); });
-}
-
-}  // namespace
-
 /// What the asset and its loading thread share.
 struct UrlAsset::LoadState {
-  enum class Phase { notStarted, loading, ended };
-
-  std::mutex mutex;
-  Phase phase = Phase::notStarted;
-  Completions waiting;  // each is taken out once, by whoever calls it
+  Loading loading;
   std::shared_ptr<InputBytes> bytes;
   std::shared_ptr<Interrupt> interrupt;
   std::shared_ptr<MovieSource> source;
@@ -62,33 +29,20 @@ void UrlAsset::LoadState::load(const std::string& name) {
   interrupt->deadline = Interrupt::Clock::now() + interrupt->limits.opening;
   std::shared_ptr<MovieSource> opened = MovieSource::open(bytes, interrupt, &error);
   interrupt->deadline = Interrupt::Clock::time_point::max();
-  Completions completions;
-  {
-    const std::lock_guard lock(mutex);
-    if (phase != Phase::loading) return;  // cancelled: who cancelled has called them
-    phase = Phase::ended;
-    completions = std::exchange(waiting, {});
+  const auto completions = loading.end([&] {
     source = std::move(opened);
     for (std::size_t i = 0; source && i < source->streams().size(); ++i) {
       if (source->streams()[i].isTrack) tracks.push_back(std::make_shared<MovieTrack>(source, static_cast<int>(i)));
     }
     bytes.reset();
-  }
+  });
+  if (!completions) return;
   if (!error.empty()) log("movie open          :-( '{}': {}", name, error);
-  callAll(completions);
+  Loading::callAll(*completions);
 }
 
 void UrlAsset::LoadState::cancel() {
-  Completions completions;
-  {
-    const std::lock_guard lock(mutex);
-    // A movie that has been loaded goes on serving its tracks and generators.
-    if (phase == Phase::ended) return;
-    phase = Phase::ended;
-    interrupt->requested = true;
-    completions = std::exchange(waiting, {});
-  }
-  callElsewhere(std::move(completions));
+  loading.cancel([this] { interrupt->requested = true; });
 }
 
 UrlAsset::UrlAsset(std::shared_ptr<InputBytes> bytes, std::string name, const MediaLimits& limits)
@@ -107,30 +61,11 @@ std::string UrlAsset::description() const {
 
 void UrlAsset::loadValuesAsynchronously(std::span<const std::string>, std::function<void()> completion) {
   // All facts come from one look at the movie, whichever are asked for.
-  bool hasEnded = true;
-  {
-    const std::lock_guard lock(state_->mutex);
-    if (state_->phase == LoadState::Phase::loading) {
-      state_->waiting.push_back(std::move(completion));
-      return;
-    }
-    if (state_->phase == LoadState::Phase::notStarted) {
-      state_->waiting.push_back(std::move(completion));
-      state_->phase = LoadState::Phase::loading;
-      hasEnded = false;
-    }
-  }
-  if (hasEnded) return callElsewhere({std::move(completion)});
-  runDetached([state = state_, name = name_] { state->load(name); });
+  state_->loading.request(std::move(completion), [state = state_, name = name_] { state->load(name); });
 }
 
 void UrlAsset::loadNow() {
-  {
-    const std::lock_guard lock(state_->mutex);
-    if (state_->phase != LoadState::Phase::notStarted) return;
-    state_->phase = LoadState::Phase::loading;
-  }
-  state_->load(name_);
+  if (state_->loading.begin()) state_->load(name_);
 }
 
 void UrlAsset::cancelLoading() {
@@ -138,12 +73,12 @@ void UrlAsset::cancelLoading() {
 }
 
 std::vector<std::shared_ptr<Track>> UrlAsset::tracks() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->loading.mutex());
   return state_->tracks;
 }
 
 MediaTime UrlAsset::duration() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->loading.mutex());
   return state_->source ? state_->source->duration() : MediaTime::zero();
 }
 
@@ -165,7 +100,7 @@ bool UrlAsset::hasProtectedContent() const {
 }
 
 std::shared_ptr<MovieSource> UrlAsset::source() const {
-  const std::lock_guard lock(state_->mutex);
+  const std::lock_guard lock(state_->loading.mutex());
   return state_->source;
 }
 
