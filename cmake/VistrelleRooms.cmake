@@ -18,6 +18,10 @@ function(vistrelle_room name folder)
   endif()
   add_library(${name} STATIC ${sources})
   target_link_libraries(${name} PUBLIC vistrelle_options ${ARG_USES} PRIVATE ${ARG_PRIVATE})
+  # What the shared library shows is what a public header declares; those say so themselves.
+  set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+  set_property(GLOBAL APPEND PROPERTY VISTRELLE_ROOMS ${name})
+  set_property(GLOBAL APPEND PROPERTY VISTRELLE_ROOM_LIBRARIES ${ARG_PRIVATE})
 endfunction()
 
 # vistrelle_tests(NAME FOLDER [USES target...]): one test program per room, from tests/FOLDER.

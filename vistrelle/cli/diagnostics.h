@@ -9,6 +9,8 @@
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// The verbose switch, the progress markers and the other values that every module shares.
 namespace vistrelle {
 
@@ -69,3 +71,5 @@ bool isMultipleOf(std::int64_t a, std::int64_t b);
 bool areMultiplesOf(std::int64_t a, std::int64_t b, std::int64_t c);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// The command line, from the banner to the exit status: 0 when every stage succeeded, else 1. `argv` is main's,
@@ -21,3 +23,5 @@ int stderrPrint(const std::string& text);
 void prepareProcess();
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Operations with some of their arguments fixed.
 namespace vistrelle {
 
@@ -27,3 +29,5 @@ platform::OptionalText dateCreation2NameWithId(const platform::OptionalText& pat
 platform::OptionalText dateCreation2NameClip(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Paths inside the package folders of other applications, as their users see them: recordings (folders whose names
 /// end in ".eyetv", or ".eyetvsched" before they are made) and movie projects (".iMovieProject").
 namespace vistrelle {
@@ -25,3 +27,5 @@ std::string fileFromFolder(const platform::OptionalText& folder, const platform:
 float eyetvBundleDuration(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Removal, move and copy. A leading "~" is expanded; an absent path gives false. Every deletion of the system goes
 /// through rmCocoa.
 namespace vistrelle {
@@ -38,3 +40,5 @@ bool droitsAcces(const platform::OptionalText& path);
 platform::OptionalText toolPathSafe(const platform::OptionalText& path, const platform::OptionalText& folder);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Folder listings as full paths in the directory's own order, hidden entries included. Never an empty list: nothing.
 namespace vistrelle {
 
@@ -21,3 +23,5 @@ PathList lsGrepCocoa(const platform::OptionalText& folder, const platform::Optio
 PathList findCocoa(const platform::OptionalText& folder, const platform::OptionalText& search, bool isCaseInsensitive);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

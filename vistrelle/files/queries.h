@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Questions about files and folders, and a few actions on the user's desktop. An absent path and an empty one both
 /// mean that no path was given; a leading "~" is expanded unless an operation says otherwise.
 namespace vistrelle {
@@ -65,3 +67,5 @@ bool openFileCocoa(const platform::OptionalText& path, const platform::OptionalT
 bool trashCocoa(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/imaging/picture.h"
 
+#pragma GCC visibility push(default)
+
 /// Writers of pictures. The extension of the path, compared without case, names the format: "jpg", "jpeg", "tif",
 /// "tiff", "bmp", "gif", "png", "jp2", "jpx", "pdf"; anything else is written as JPEG. Sizes are in pixels.
 namespace vistrelle {
@@ -28,3 +30,5 @@ bool imgColorSwatchPng(const std::optional<platform::Colour>& colour, const plat
                        std::int64_t width, std::int64_t height, float opacity);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/imaging/picture.h"
 
+#pragma GCC visibility push(default)
+
 /// Still pictures in new sizes. Sizes are in pixels, `dpi` (72 when 0 or below) is the resolution stamped on the
 /// result. Ratios are worked out in single precision and sizes truncated: the rounding is behaviour.
 namespace vistrelle {
@@ -45,3 +47,5 @@ std::shared_ptr<platform::Bitmap> coverCanvas(const std::shared_ptr<const platfo
                                               double dpi);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

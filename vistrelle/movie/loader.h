@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/media/composition.h"
 
+#pragma GCC visibility push(default)
+
 /// The three process-wide movie slots and the loader that fills them. One thread at a time; there is no lock.
 namespace vistrelle {
 
@@ -55,3 +57,5 @@ bool movieLoad(const platform::OptionalText& path);
 float movieFramerateAtPath(const platform::OptionalText& path, signed char unused);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

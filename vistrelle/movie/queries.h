@@ -8,6 +8,8 @@
 
 #include "vistrelle/platform/media/asset.h"
 
+#pragma GCC visibility push(default)
+
 /// What the rest of the system asks again and again about an opened movie. Plain functions, no state; an absent movie
 /// (an empty pointer) has no tracks and lasts 0 seconds.
 namespace vistrelle {
@@ -44,3 +46,5 @@ platform::TimeRange movieTracksTimeRange(const Movie& movie, std::int64_t type);
 float movieFramerate(const Movie& movie);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// Seconds of a timecode: "S", "S.fff", "H:M:S" and "D:H:M:S", the last piece with a fraction after "." or "," or with
@@ -13,3 +15,5 @@ float timecodeStr2Float(const platform::OptionalText& text);
 float timecodeSeconds(const platform::OptionalText& text);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

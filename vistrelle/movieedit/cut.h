@@ -5,6 +5,8 @@
 #include "vistrelle/movie/loader.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Cutting without re-encoding: a composition is edited and then written in pass-through.
 namespace vistrelle {
 
@@ -31,3 +33,5 @@ bool movieCutForceSize(const platform::OptionalText& source, const platform::Opt
                        std::int64_t keep, double start);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 #include "vistrelle/movie/queries.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// Export modes; every other number but -2, which is taken as M4A, writes nothing.
@@ -19,3 +21,5 @@ constexpr std::int64_t kExportProRes = 2;
 bool qtAvExport(const Movie& movie, const platform::OptionalText& destination, std::int64_t exportInt);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

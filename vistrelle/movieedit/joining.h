@@ -5,6 +5,8 @@
 #include "vistrelle/movie/loader.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Other speeds and joins without re-encoding.
 namespace vistrelle {
 
@@ -23,3 +25,5 @@ bool moviesConcatenate(const Movie& first, const Movie& second, std::int64_t cou
                        const platform::OptionalText& destination);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

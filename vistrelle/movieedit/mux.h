@@ -7,6 +7,8 @@
 #include "vistrelle/movie/loader.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Several movies side by side.
 namespace vistrelle {
 
@@ -25,3 +27,5 @@ bool muxAvQtExport(const std::optional<std::vector<std::string>>& paths, const p
                    const std::optional<platform::Dictionary>& offsets);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

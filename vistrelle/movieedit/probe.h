@@ -5,6 +5,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Movies that may not be decodable, and two ways around them.
 namespace vistrelle {
 
@@ -25,3 +27,5 @@ std::string progressCommand(const platform::OptionalText& text, std::int64_t tot
 float progressPercentFromLog(const platform::OptionalText& text, std::int64_t total);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Families of media files: fixed lists, and small tests on a file or on an information dictionary. The lists come in
 /// a fixed order; extensions are lower case, without the point.
 namespace vistrelle {
@@ -45,3 +47,5 @@ bool streamHeaderProbe(const platform::OptionalText& path, std::int64_t kind);
 std::int64_t bitrateLimit(std::int64_t maxMB, float seconds);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/media/asset.h"
 
+#pragma GCC visibility push(default)
+
 /// A movie's picture sizes and ratios.
 namespace vistrelle {
 
@@ -28,3 +30,5 @@ std::optional<platform::Dictionary> movieSize(const platform::OptionalText& path
 platform::Size movieApertureSize(const Movie& movie);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

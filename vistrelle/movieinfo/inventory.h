@@ -2,6 +2,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// The information dictionary of a movie. Both operations load the movie into MYMOVIE and leave it there.
 namespace vistrelle {
 
@@ -14,3 +16,5 @@ platform::Dictionary infosQtMovieTrack(const platform::OptionalText& path);
 platform::Dictionary qtInfos(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// The movie's information as JSON text for other programs: an object with the entries of `qtInfos` under
@@ -13,3 +15,5 @@ namespace vistrelle {
 std::string movieInfosJson(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

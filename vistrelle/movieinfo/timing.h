@@ -5,6 +5,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Small questions about a movie's timing and metadata. Each loads the movie at its path into MYMOVIE; "~" is expanded.
 namespace vistrelle {
 
@@ -25,3 +27,5 @@ bool movieInfosLog(const platform::OptionalText& path);
 bool isBigFileOfListedType(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

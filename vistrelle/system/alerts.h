@@ -7,6 +7,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/dialogs/dialog.h"
 
+#pragma GCC visibility push(default)
+
 /// Alerts. All of them are for the main thread and block it while they are shown. Style 2 is the critical style, any
 /// other value the plain one. Texts may be absent, which shows as empty.
 namespace vistrelle {
@@ -53,3 +55,5 @@ platform::ModalResponse alertUnexpected(const platform::OptionalText& informativ
 void setControlsEnabled(const std::shared_ptr<platform::View>& view, bool enabled);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

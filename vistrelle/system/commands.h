@@ -6,6 +6,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Running other programs. Which operation hands text to a shell:
 ///   - `taskArray` hands none: each word reaches its tool as it is.
 ///   - `taskWithStr` runs its command line with /bin/sh. A ready text is a shell program and everything in it is
@@ -49,3 +51,5 @@ bool isStringSafeForTask(const platform::OptionalText& text);
 platform::OptionalText readContentsTxtViaCat(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Strings tables of the main bundle, looked up forwards and backwards.
 namespace vistrelle {
 
@@ -22,3 +24,5 @@ platform::OptionalText localisedTitleFromStrings(const platform::OptionalText& t
 std::optional<std::vector<std::string>> stringsFileKeys(const platform::OptionalText& name);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

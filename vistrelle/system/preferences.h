@@ -5,6 +5,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// The user's preferences of the running program, by key. An absent key, child key or object is an empty optional.
 /// Nothing here fails loudly: reads give nothing, writes give false for missing arguments or where the machine has no
 /// place for preferences. Any thread may call; an update of a child dictionary is not atomic against another writer
@@ -40,3 +42,5 @@ bool prefDelete(const platform::OptionalText& key);
 bool isDeveloperMachine();
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

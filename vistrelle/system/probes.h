@@ -5,6 +5,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/system/web.h"
 
+#pragma GCC visibility push(default)
+
 /// Small questions about the machine and its tools. Versions are numbers: "a.b.c" is a + b/100 + c/10000.
 namespace vistrelle {
 
@@ -33,3 +35,5 @@ void openURLText(const platform::OptionalText& url);
 platform::OptionalValue runAppleScript(const platform::OptionalText& source);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

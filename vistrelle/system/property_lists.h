@@ -4,6 +4,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Property-list files, and a date. A leading "~" in a path is expanded.
 namespace vistrelle {
 
@@ -20,3 +22,5 @@ bool writePlist(const platform::OptionalText& path, const platform::OptionalValu
 std::optional<platform::Date> creationDateOfPath(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/text/encoding.h"
 
+#pragma GCC visibility push(default)
+
 /// Small text files and their encodings. A leading "~" in a path is expanded. Every failure is a false or absent
 /// result with a log line.
 namespace vistrelle {
@@ -51,3 +53,5 @@ bool prependToFile(const platform::OptionalText& path, const platform::OptionalT
 bool writeUtf8Bom(const platform::OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// The program's private temporary folder: the installed one, else "/private/tmp/" and the main bundle's name
@@ -18,3 +20,5 @@ void tmpFolderSet(const std::string& path);
 bool tmpFolderReady();
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

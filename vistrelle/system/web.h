@@ -2,6 +2,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// The text of a web page, read with http or https as strict ASCII within 30 seconds and 16 MiB; empty when it cannot
@@ -12,3 +14,5 @@ platform::OptionalText sourceOfWebPage(const platform::OptionalText& url, bool w
 bool isInternetReachable(const platform::OptionalText& url);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Small operations on lists of objects. An absent list gives an absent result.
 namespace vistrelle {
 
@@ -29,3 +31,5 @@ OptionalList insertList(const std::optional<std::vector<platform::OptionalValue>
                         std::int64_t index);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

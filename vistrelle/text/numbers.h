@@ -8,6 +8,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Numbers as texts and back, with their own rounding rules. Whole-number division truncates toward zero, fractional
 /// values are single precision unless a double is said, results beyond the 64-bit range are the nearest number in it.
 /// Pure functions apart from their log lines; safe on any thread.
@@ -72,3 +74,5 @@ std::string secondsToTimecodeStr(float seconds, std::int64_t decimals, bool padH
 std::optional<std::vector<std::string>> secondsListToTimecodes(const std::optional<platform::List>& list);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

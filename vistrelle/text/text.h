@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// The text operations that every module leans on. Pure functions apart from their log lines and the random seam;
 /// safe on any thread. A character is a Unicode code point; a stray byte of text that is not valid UTF-8 counts as one
 /// character, and no operation cuts inside a character.
@@ -91,3 +93,5 @@ OptionalText reverseText(const OptionalText& text);
 std::string percentFreeName(const OptionalText& path);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Titles and file names for readers, made from the paths and dates of movies. An absent or empty path gives an absent
 /// result. Safe on any thread.
 namespace vistrelle {
@@ -35,3 +37,5 @@ platform::OptionalText dateCreationForTouch(const platform::OptionalText& date);
 platform::OptionalText dateCreation2Name(const platform::OptionalText& path, bool withId);
 
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// A flag that one thread sets and another waits for.
@@ -68,3 +70,5 @@ class FakeClock : public Clock {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <variant>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// A format that is a literal of the program, never data: the constructor runs at compile time only.
@@ -56,3 +58,5 @@ std::string format(FormatLiteral literal, const Arguments&... arguments) {
 }
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

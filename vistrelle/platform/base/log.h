@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// Where the system's words go. Both calls may come from any thread.
@@ -46,3 +48,5 @@ void plain(FormatLiteral literal, const Arguments&... arguments) {
 }
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// Random numbers, as a seam.
@@ -19,3 +21,5 @@ class Random {
 Seam<Random>& randomSource();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

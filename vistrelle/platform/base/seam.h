@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// One replaceable process-wide object. The first use makes the default; a test or a host installs another.
@@ -48,3 +50,5 @@ class Installed {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -13,6 +13,8 @@
 #include <variant>
 #include <vector>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// A text that may be absent. Text is UTF-8; bytes that are not valid UTF-8 survive unchanged.
@@ -108,3 +110,5 @@ std::string description(const OptionalValue& value);
 std::string description(const std::vector<std::string>& list);
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

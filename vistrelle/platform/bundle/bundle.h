@@ -7,6 +7,8 @@
 #include "vistrelle/platform/base/seam.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// The program's own folder of resources. A host installs its own; without one the answers are those of a bare tool.
@@ -28,3 +30,5 @@ class Bundle {
 Seam<Bundle>& mainBundle();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/bundle/bundle.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// What a host says about itself.
@@ -32,3 +34,5 @@ std::vector<std::string> preferredLanguages();
 OptionalText resourceInFolder(std::string_view folder, std::string_view name, std::string_view type);
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

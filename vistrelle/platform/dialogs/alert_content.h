@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// An editable line in an alert; sizes in points.
@@ -45,3 +47,5 @@ std::vector<AlertButton> alertButtons(const AlertContent& content);
 std::size_t cancelPosition(std::size_t buttons);
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/dialogs/alert_content.h"
 
+#pragma GCC visibility push(default)
+
 /// Alerts as windows (or, without a display, as text on the terminal), and the little that is asked of views.
 /// Everything here is for the main thread.
 namespace vistrelle::platform {
@@ -116,3 +118,5 @@ class Dialogs {
 Seam<Dialogs>& dialogs();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

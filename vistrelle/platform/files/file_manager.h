@@ -14,6 +14,8 @@
 #include "vistrelle/platform/base/seam.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// Why an operation on a file failed: an errno value and the path it was about.
@@ -191,3 +193,5 @@ class ForwardingFileManager : public FileManager {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -10,6 +10,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// 8-bit RGBA raster, colour multiplied by alpha, sRGB, rows top to bottom without padding (4 x width bytes).
@@ -118,3 +120,5 @@ class Picture : public Opaque {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -15,6 +15,8 @@
 #include "vistrelle/platform/media/movie_metadata.h"
 #include "vistrelle/platform/media/track_details.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 enum class MediaType { video, audio, subtitle, text, closedCaption, timecode, metadata, other };
@@ -150,3 +152,5 @@ class MediaLibrary {
 Seam<MediaLibrary>& mediaLibrary();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

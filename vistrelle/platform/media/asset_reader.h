@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/media/asset.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// The numbers are the ones that log lines print.
@@ -38,3 +40,5 @@ class AssetReader {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

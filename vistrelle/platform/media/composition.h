@@ -6,6 +6,8 @@
 
 #include "vistrelle/platform/media/asset.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// A piece of a composition track: `source` of a track laid over `target` of the composition's timeline. Where their
@@ -63,3 +65,5 @@ class Composition : public Asset {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

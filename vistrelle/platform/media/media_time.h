@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// Exact media time: value / scale seconds. All arithmetic and comparison is done in integers.
@@ -83,3 +85,5 @@ struct TimeRange {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

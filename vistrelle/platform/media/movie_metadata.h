@@ -4,6 +4,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// What a movie says about itself, grouped as hosts ask for it. Texts come as stored, control characters included.
@@ -30,3 +32,5 @@ void addMetadata(MovieMetadata& metadata, MetadataItem item);
 void addChapterLocale(MovieMetadata& metadata, std::string locale);
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/media/media_time.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// Frames a second as an exact fraction in lowest terms.
@@ -49,3 +51,5 @@ struct TrackDetails {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/seam.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// The running program's preferences: property-list values by key. Any thread may use them.
@@ -55,3 +57,5 @@ std::string defaultsPath();
 Seam<UserDefaults>& userDefaults();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// What the operating system says about the machine.
@@ -44,3 +46,5 @@ std::shared_ptr<Machine> localMachine(std::string releaseFile = {});
 Seam<Machine>& machine();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 using Environment = std::map<std::string, std::string, std::less<>>;
@@ -73,3 +75,5 @@ std::shared_ptr<ProcessRunner> spawningProcessRunner(std::size_t largestOutput =
 Seam<ProcessRunner>& processRunner();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

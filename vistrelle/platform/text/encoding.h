@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 /// Text encodings by number: 1 ASCII, 2 NEXTSTEP, 3 Japanese EUC, 4 UTF-8, 5 ISO Latin 1, 6 Mac Symbol, 7 non-lossy
 /// ASCII, 8 Shift JIS, 9 ISO Latin 2, 10 UTF-16, 11 Windows Cyrillic, 12 Windows Latin 1, 13 Windows Greek, 14 Windows
 /// Latin 5, 15 Windows Latin 2, 21 ISO-2022-JP, 30 Mac Roman, and the UTF forms below.
@@ -57,3 +59,5 @@ std::optional<std::string> encodeText(std::string_view text, EncodingNumber enco
 EncodingNumber detectEncoding(std::string_view bytes);
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "vistrelle/platform/base/seam.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 struct WebLimits {
@@ -39,3 +41,5 @@ std::shared_ptr<WebReader> curlWebReader(const WebLimits& limits = {});
 Seam<WebReader>& webReader();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

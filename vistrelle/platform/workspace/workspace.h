@@ -8,6 +8,8 @@
 #include "vistrelle/platform/base/seam.h"
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// The user's desktop: its Trash, its applications, its display. Every call answers without a display, without a
@@ -50,3 +52,5 @@ class ForwardingWorkspace : public Workspace {
 };
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop

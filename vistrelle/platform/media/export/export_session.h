@@ -10,6 +10,8 @@
 #include "vistrelle/platform/base/value.h"
 #include "vistrelle/platform/media/asset.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle::platform {
 
 /// What a session can be asked for; see ExportLibrary::makeSession.
@@ -70,3 +72,5 @@ class ExportLibrary {
 Seam<ExportLibrary>& exportLibrary();
 
 }  // namespace vistrelle::platform
+
+#pragma GCC visibility pop
