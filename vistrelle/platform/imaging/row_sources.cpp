@@ -34,8 +34,7 @@ class BitmapRows : public RowSource {
 class RgbRows : public RowSource {
  public:
   RgbRows(const PlanarImage& image, const FrameLayout& layout)
-      : image_(image),
-        conversion_(image, layout),
+      : conversion_(image, layout),
         descriptor_(*av_pix_fmt_desc_get(static_cast<AVPixelFormat>(layout.format))),
         fullRange_(layout.fullRange) {
     for (std::size_t plane = 0; plane < 4; ++plane) {
@@ -108,7 +107,6 @@ class RgbRows : public RowSource {
     }
   }
 
-  const PlanarImage& image_;
   ColourConversion conversion_;
   const AVPixFmtDescriptor& descriptor_;
   bool fullRange_;
