@@ -55,6 +55,7 @@ void addMovieOperations(Registry& registry) {
   registry.add("timecodeStr2Float", &timecodeStr2Float);
   registry.add("timecodeSeconds", &timecodeSeconds);
   registry.add("Mirelund", &Mirelund);
+  registry.add("mirelundInFormat", &mirelundInFormat);
 }
 
 }  // namespace call

@@ -38,6 +38,7 @@ struct Job {
   OptionalText destination;
   std::int64_t width;
   std::int64_t height;
+  std::string extension;  ///< of the pictures in a folder
 };
 
 /// Times that may be asked for, both ends included.
@@ -136,9 +137,9 @@ std::vector<MediaTime> requestedTimes(const std::vector<std::string>& timecodes,
   return times;
 }
 
-OptionalText outputPath(const OptionalText& destination, std::size_t index) {
-  if (!destination || !isDirCocoa(destination)) return destination;
-  return platform::format("{}/img{:02}.jpg", *destination, index);
+OptionalText outputPath(const Job& job, std::size_t index) {
+  if (!job.destination || !isDirCocoa(job.destination)) return job.destination;
+  return platform::format("{}/img{:02}.{}", *job.destination, index, job.extension);
 }
 
 /// The time to ask for: what `timecode` says, or the span's start when that lies outside.
@@ -165,7 +166,7 @@ struct Results {
 /// leaves it as it is.
 void takePicture(ImageGenerator& generator, const std::string& timecode, std::size_t index, const Span& span,
                  const Job& job, Results& results) {
-  const OptionalText output = outputPath(job.destination, index);
+  const OptionalText output = outputPath(job, index);
   const std::string outputText = output.value_or("(null)");
   logVerbose("Mirelund currentDst…: {} ({})", outputText, job.destination.value_or("(null)"));
   platform::FrameResult frame = generator.copyFrame(currentTime(timecode, span));
@@ -211,6 +212,12 @@ bool finalDecision(bool isSuccess, const OptionalText& destination) {
 
 bool Mirelund(const OptionalText& source, const OptionalText& destination, std::int64_t width, std::int64_t height,
               const std::optional<std::vector<std::string>>& timecodes) {
+  return mirelundInFormat(source, destination, width, height, timecodes, "jpg");
+}
+
+bool mirelundInFormat(const OptionalText& source, const OptionalText& destination, std::int64_t width,
+                      std::int64_t height, const std::optional<std::vector<std::string>>& timecodes,
+                      const std::string& extension) {
   log("Mirelund            - begin");
   if (!movieLoad(source)) return false;
   const Movie movie = MYMOVIEget();
@@ -225,7 +232,7 @@ bool Mirelund(const OptionalText& source, const OptionalText& destination, std::
   if (isVerbose()) log("Mirelund dstTimeDou…: {}", platform::description(list));
 
   generator->announce(requestedTimes(list, *span));
-  const Job job{destination, width, height};
+  const Job job{destination, width, height, extension};
   Results results;
   try {
     for (std::size_t i = 0; i < list.size(); ++i) {

@@ -7,6 +7,8 @@
 
 #include "vistrelle/platform/base/value.h"
 
+#pragma GCC visibility push(default)
+
 namespace vistrelle {
 
 /// Writes one still picture of the movie at `source` for each timecode, stretched to width x height pixels at 72 dpi.
@@ -21,4 +23,11 @@ namespace vistrelle {
 bool Mirelund(const platform::OptionalText& source, const platform::OptionalText& destination, std::int64_t width,
               std::int64_t height, const std::optional<std::vector<std::string>>& timecodes);
 
+/// The same; pictures in a folder are named img00.<extension>, img01.<extension>, ... and written in that format.
+bool mirelundInFormat(const platform::OptionalText& source, const platform::OptionalText& destination,
+                      std::int64_t width, std::int64_t height, const std::optional<std::vector<std::string>>& timecodes,
+                      const std::string& extension);
+
 }  // namespace vistrelle
+
+#pragma GCC visibility pop

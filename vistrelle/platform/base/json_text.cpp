@@ -2,8 +2,10 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <nlohmann/json.hpp>
 
+#include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/number_text.h"
 
 namespace vistrelle::platform {
@@ -52,11 +54,82 @@ Json converted(const Value& value) {
   return std::visit(Converter(), value.stored());
 }
 
+constexpr int kMostLevels = 32;
+
+Value valueOf(const Json& json) {
+  switch (json.type()) {
+    case Json::value_t::string:
+      return Value(json.get_ref<const std::string&>());
+    case Json::value_t::boolean:
+      return Value(json.get<bool>());
+    case Json::value_t::number_integer:
+      return Value(json.get<std::int64_t>());
+    case Json::value_t::number_unsigned: {
+      const auto number = json.get<std::uint64_t>();
+      return number <= INT64_MAX ? Value(static_cast<std::int64_t>(number)) : Value(number);
+    }
+    case Json::value_t::number_float:
+      return Value(json.get<double>());
+    case Json::value_t::array: {
+      List list;
+      for (const Json& element : json) list.push_back(valueOf(element));
+      return Value(std::move(list));
+    }
+    case Json::value_t::object: {
+      Dictionary dictionary;
+      for (const auto& [key, element] : json.items()) dictionary.emplace(key, valueOf(element));
+      return Value(std::move(dictionary));
+    }
+    default:
+      return jsonNull();
+  }
+}
+
+/// DEL and the controls U+0080 to U+009F, which the library leaves as they are. They can stand in texts only.
+std::string withoutRawControls(const std::string& line) {
+  std::string shown;
+  for (std::size_t i = 0; i < line.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(line[i]);
+    const auto next = i + 1 < line.size() ? static_cast<unsigned char>(line[i + 1]) : 0U;
+    if (byte == 0x7f) {
+      shown += "\\u007f";
+    } else if (byte == 0xc2 && next >= 0x80 && next <= 0x9f) {
+      shown += format("\\u00{:02x}", next);
+      ++i;
+    } else {
+      shown += line[i];
+    }
+  }
+  return shown;
+}
+
 }  // namespace
 
 std::string jsonText(const Value& value) {
   constexpr int kIndent = 2;
   return converted(value).dump(kIndent, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string jsonLine(const Value& value) {
+  return withoutRawControls(converted(value).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+std::optional<Value> readJson(std::string_view text, std::string* error) {
+  bool isTooDeep = false;
+  const auto limitDepth = [&isTooDeep](int depth, Json::parse_event_t, const Json&) {
+    isTooDeep = isTooDeep || depth > kMostLevels;
+    return !isTooDeep;
+  };
+  try {
+    const Json json = Json::parse(text, limitDepth);
+    if (!isTooDeep) return valueOf(json);
+    *error = "nested too deep";
+  } catch (const Json::parse_error& failure) {
+    *error = format("not JSON (byte {})", failure.byte);
+  } catch (const Json::exception&) {
+    *error = "not JSON";
+  }
+  return std::nullopt;
 }
 
 }  // namespace vistrelle::platform

@@ -11,10 +11,26 @@ namespace {
 constexpr std::int64_t kPixelsOfThread = 200'000;  // below this a thread costs more than it gives
 constexpr std::int64_t kMostThreads = 4;
 
+// A global: what a fork inherits. 0: not limited.
+int shareLimit = 0;
+
 }  // namespace
 
+void limitProcessorShare(int count) {
+  shareLimit = count;
+}
+
+int processorShareLimit() {
+  return shareLimit;
+}
+
+int processorShareOf(int processors) {
+  return shareLimit > 0 ? std::min(processors, shareLimit) : processors;
+}
+
 int threadsFor(std::int64_t pixels) {
-  static const std::int64_t processors = std::max(1U, std::thread::hardware_concurrency());
+  static const int present = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+  const std::int64_t processors = processorShareOf(present);
   return static_cast<int>(std::clamp(pixels / kPixelsOfThread, std::int64_t{1}, std::min(processors, kMostThreads)));
 }
 

@@ -5,6 +5,14 @@
 
 namespace vistrelle::platform {
 
+/// Lets this process, and those forked from it later, count on `count` processors at most, where several of them share
+/// the machine. To be said before other threads start.
+void limitProcessorShare(int count);
+/// That limit; 0 when there is none.
+int processorShareLimit();
+/// So many processors within the limit.
+int processorShareOf(int processors);
+
 /// How many threads are worth their start for work on so many pixels: one for small pictures, never more than the
 /// processors there are, and few at most.
 int threadsFor(std::int64_t pixels);

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "vistrelle/platform/imaging/processors.h"
+
 namespace vistrelle::platform {
 namespace {
 
@@ -82,7 +84,8 @@ class AheadGenerator : public ImageGenerator {
 }  // namespace
 
 std::unique_ptr<ImageGenerator> workingAhead(std::unique_ptr<ImageGenerator> generator) {
-  if (!generator) return nullptr;
+  // With one processor there is nobody to work ahead.
+  if (!generator || processorShareLimit() == 1) return generator;
   return std::make_unique<AheadGenerator>(std::move(generator));
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
 
@@ -52,7 +53,7 @@ AvPtr<AVCodecContext> openDecoder(const AVCodecParameters& parameters, AVRationa
   AvPtr<AVCodecContext> decoder(avcodec_alloc_context3(codec));
   if (!decoder || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return nullptr;
   decoder->pkt_timebase = timeBase;
-  decoder->thread_count = 0;
+  decoder->thread_count = processorShareLimit();  // 0: as many as there are processors
   decoder->max_pixels = limits.maxPixels;
   if (avcodec_open2(decoder.get(), codec, nullptr) < 0) return nullptr;
   return decoder;

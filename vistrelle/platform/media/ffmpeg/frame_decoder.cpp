@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 
+#include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 
@@ -20,7 +21,7 @@ int threadCount(FrameDecoder::Threading threading, int wanted) {
   if (threading == FrameDecoder::Threading::one) return 1;
   if (wanted > 0) return wanted;
   // The standard library counts by reading a file, which a confined process cannot.
-  const int processors = av_cpu_count();
+  const int processors = processorShareOf(av_cpu_count());
   // Of threads that decode a frame each one waits at times for the frame before: one more keeps all processors busy.
   const bool oneMore = threading == FrameDecoder::Threading::frames && processors > 1;
   return std::clamp(processors + (oneMore ? 1 : 0), 1, kMostThreads);
