@@ -63,6 +63,9 @@ const std::vector<std::string> kSample = {
     "doubled_times.mkv",
     "negative_start.mkv",
     "joined.ts",
+    "resized_mpeg2.ts",
+    "resized_open.mp4",
+    "resized_vp9.webm",
     "truncated.mkv",
     "damaged.mp4",
 };

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/frame_random_access.h"
@@ -58,6 +59,8 @@ FrameRun::FrameRun(std::shared_ptr<MovieSource> source, int streamIndex, const F
 void FrameRun::beginRun() {
   current_.reset();
   next_.reset();
+  headers_.forget();
+  betweenSequences_ = false;
   currentIsFirst_ = drained_ = cutShort_ = ended_ = disordered_ = leftOutTheAnswer_ = false;
   framesSeen_ = packetsFed_ = 0;
   noted_ = 0;
@@ -254,6 +257,10 @@ bool FrameRun::feed(std::int64_t place) {
     return true;
   }
   const AvPtr<AVPacket> packet = packets_.takeFirst();
+  if (headers_.changeWith(*packets_.queue().front(), packets_.codec())) {
+    betweenSequences_ = decoder_->send(nullptr, false);
+    return betweenSequences_;
+  }
   --noted_;
   const std::int64_t number = packetsFed_++;
   const bool isLast = packets_.queue().empty() && packets_.isAtEnd();
@@ -327,6 +334,10 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
         break;
       case FrameDecoder::Status::end:
         if (!packets_.failure().empty()) return Pull::failed;
+        if (std::exchange(betweenSequences_, false)) {
+          decoder_->flush();
+          break;
+        }
         ended_ = true;
         return Pull::end;
       case FrameDecoder::Status::error:

@@ -13,6 +13,7 @@
 #include "vistrelle/platform/media/ffmpeg/frame_plan.h"
 #include "vistrelle/platform/media/ffmpeg/frame_timeline.h"
 
+#include "vistrelle/platform/media/ffmpeg/sequence_headers.h"
 namespace vistrelle::platform {
 
 /// How much of what led to a frame could not be decoded as it was written, since the last undamaged key frame.
@@ -134,6 +135,8 @@ class FrameRun {
   bool drained_ = false;
   bool cutShort_ = false;      // drained before the stream's end: good for places up to cutPlace_
   std::int64_t cutPlace_ = 0;  // meaningful where cutShort_ is
+  SequenceHeaders headers_;
+  bool betweenSequences_ = false;  // what the decoder holds comes before pictures of another shape
   bool ended_ = false;
   bool disordered_ = false;
   bool leftOutTheAnswer_ = false;
