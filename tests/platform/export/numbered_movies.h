@@ -93,7 +93,7 @@ struct SoundBlock {
 };
 
 struct DecodedMovie {
-  std::vector<DecodedFrame> frames;                ///< of the first video stream
+  std::vector<DecodedFrame> frames;                ///< of the video stream asked for
   std::map<int, std::vector<std::int16_t>> sound;  ///< by stream, first channel
   std::map<int, std::vector<SoundBlock>> soundBlocks;
   int streams = 0;
@@ -109,7 +109,8 @@ struct DecodedMovie {
 /// Decodes everything as any program on libav does.
 class MovieDecode {
  public:
-  explicit MovieDecode(const std::string& path) {
+  /// `wantedVideo`: which of the video streams.
+  explicit MovieDecode(const std::string& path, int wantedVideo = 0) {
     if (avformat_open_input(&format_, path.c_str(), nullptr, nullptr) < 0) {
       movie_.error = "not a movie";
       return;
@@ -120,7 +121,7 @@ class MovieDecode {
       const AVStream* stream = format_->streams[i];
       const bool isVideo = stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
       decoders_.push_back(nullptr);
-      if (isVideo && video_ < 0) video_ = static_cast<int>(i);
+      if (isVideo && wantedVideo-- == 0) video_ = static_cast<int>(i);
       if ((isVideo && video_ != static_cast<int>(i)) ||
           (!isVideo && stream->codecpar->codec_type != AVMEDIA_TYPE_AUDIO)) {
         continue;
@@ -217,8 +218,8 @@ class MovieDecode {
   DecodedMovie movie_;
 };
 
-inline DecodedMovie decoded(const std::string& path) {
-  return MovieDecode(path).run();
+inline DecodedMovie decoded(const std::string& path, int wantedVideo = 0) {
+  return MovieDecode(path, wantedVideo).run();
 }
 
 }  // namespace vistrelle::testing

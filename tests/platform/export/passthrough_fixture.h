@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/platform/export/numbered_movies.h"
@@ -30,7 +32,13 @@ struct Written {
   double progress = -1;
 };
 
-inline Written writeTo(platform::Asset& asset, const std::string& path) {
+using MovieWriter = bool (*)(platform::Asset& asset, int fd, const platform::ExportControl& control,
+                             std::string* error);
+
+/// Writes to a file; what is reported of progress lies between 0 and 1 and never falls.
+inline Written writeTo(
+    platform::Asset& asset, const std::string& path, MovieWriter writer = &platform::writePassthrough,
+    std::function<bool()> isCancelled = [] { return false; }) {
   Written written;
   written.path = path;
   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
@@ -40,8 +48,8 @@ inline Written writeTo(platform::Asset& asset, const std::string& path) {
     EXPECT_LE(progress, 1.0);
     written.progress = progress;
   };
-  control.isCancelled = [] { return false; };
-  written.succeeded = platform::writePassthrough(asset, fd, control, &written.error);
+  control.isCancelled = std::move(isCancelled);
+  written.succeeded = writer(asset, fd, control, &written.error);
   ::close(fd);
   return written;
 }
@@ -84,9 +92,10 @@ inline Shown shownBy(const std::vector<Stretch>& stretches, double rate) {
   return shown;
 }
 
-/// libav's frames are these, number for number and time for time.
-inline void expectDecodes(const std::string& path, const Shown& expected) {
-  const DecodedMovie movie = decoded(path);
+/// libav's frames of a video track, the first unless another is asked for, are these, number for number and time for
+/// time.
+inline void expectDecodes(const std::string& path, const Shown& expected, int track = 0) {
+  const DecodedMovie movie = decoded(path, track);
   EXPECT_EQ(movie.error, "");
   std::vector<int> wanted;
   for (const auto& [number, time] : expected) wanted.push_back(number);

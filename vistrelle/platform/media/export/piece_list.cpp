@@ -37,8 +37,10 @@ bool startsAlike(const std::vector<std::uint8_t>& a, const std::vector<std::uint
   return std::equal(a.begin() + first, a.begin() + static_cast<std::ptrdiff_t>(to), b.begin() + first);
 }
 
-/// Readers take a track's matrix and, of several descriptions, the kind of coding from one place for the whole track.
-/// Sound of another rate or channel count, and uncompressed sound of any other layout, would be read as the first.
+/// Readers take a track's matrix and, of several descriptions, the kind of coding from one place for the whole track:
+/// of a track with two codings libavformat (5.1) reads the first one's samples only and GStreamer (1.22) none behind
+/// them, so that a further track is what more of them play. Sound of another rate or channel count, and uncompressed
+/// sound of any other layout, would be read as the first.
 bool canShare(const SourceTrack& a, const SourceTrack& b) {
   if (&a == &b) return true;
   const std::vector<std::uint8_t>& one = entryOf(a);
