@@ -31,7 +31,7 @@ struct Interrupt {
   Interrupt() = default;
   explicit Interrupt(const MediaLimits& mediaLimits) : limits(mediaLimits) {}
 
-  const MediaLimits limits;
+  const MediaLimits limits{};
   std::atomic<bool> requested = false;
   std::atomic<Clock::time_point> deadline = Clock::time_point::max();
 
