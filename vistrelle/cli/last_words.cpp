@@ -10,7 +10,9 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <string_view>
 
+#include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/late/late_library.h"
 
 namespace vistrelle {
@@ -47,16 +49,19 @@ void rememberDestination(const char* given) {
   if (::lstat(run.destination.data(), &present) == 0) run.destination[0] = '\0';
 }
 
-bool writeByte(const char* byte) {
-  return ::write(STDERR_FILENO, byte, 1) == 1;
+bool writeBytes(const char* bytes, std::size_t count) {
+  return ::write(STDERR_FILENO, bytes, count) == static_cast<ssize_t>(count);
 }
 
-void write(const char* text) {
+/// On a terminal without control characters (C0, DEL, C1) and stray bytes, which could move the cursor.
+void write(std::string_view text) {
   const bool isShown = ::isatty(STDERR_FILENO) != 0;
-  for (; *text != '\0'; ++text) {
-    const auto byte = static_cast<unsigned char>(*text);
-    const bool isControl = byte < 0x20 || byte == 0x7f;
-    if (!writeByte(isShown && isControl ? "?" : text)) return;
+  for (std::size_t offset = 0; offset < text.size();) {
+    const platform::Character character = platform::characterAt(text, offset);
+    const bool isControl = character.code < 0x20 || (character.code >= 0x7f && character.code < 0xa0);
+    const bool isHidden = isShown && (isControl || !character.valid);
+    if (!(isHidden ? writeBytes("?", 1) : writeBytes(text.data() + offset, character.length))) return;
+    offset += character.length;
   }
 }
 
@@ -89,7 +94,7 @@ void sayLastWords(const char* reason) {
   write(", '");
   write(run.source);
   write("' (Exit)");
-  writeByte("\n");
+  writeBytes("\n", 1);
   struct stat made {};
   if (run.destination[0] != '\0' && ::lstat(run.destination.data(), &made) == 0 && S_ISREG(made.st_mode)) {
     ::unlink(run.destination.data());

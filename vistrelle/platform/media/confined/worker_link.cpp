@@ -123,7 +123,7 @@ bool WorkerLink::forwardLine(const Message& message) {
   wire::Nothing nothing;
   std::string_view text;
   if (!message.read(&nothing, &text) || ++linesOfAnswer_ > kMostLines) return false;
-  logSink().get()->message(text);
+  log("{}", text);  // all of it is what somebody else says, so that a terminal gets it escaped
   return true;
 }
 
