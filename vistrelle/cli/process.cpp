@@ -11,7 +11,9 @@ void prepareProcess() {
   int descriptor = ::open("/dev/null", O_RDWR);
   while (descriptor >= 0 && descriptor <= STDERR_FILENO) descriptor = ::open("/dev/null", O_RDWR);
   if (descriptor > STDERR_FILENO) ::close(descriptor);
+  // Writing fails instead: to a reader that has gone, beyond a limit of file sizes.
   ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGXFSZ, SIG_IGN);
 }
 
 }  // namespace vistrelle

@@ -71,7 +71,9 @@ bool imgExport(const std::shared_ptr<const platform::Bitmap>& raster, const plat
   }
   // Not whether it was written counts but whether a file is there; an older one that could not be replaced does.
   logVerbose("imgExport - end");
-  return testPresenceCocoa(platform::Value(*path));
+  const bool isThere = testPresenceCocoa(platform::Value(*path));
+  if (!written && isThere) log("imgExport           :-/ not written, what was there stays : {}", *path);
+  return isThere;
 }
 
 bool imgFillColor(const std::optional<platform::Colour>& colour, const platform::OptionalText& path, std::int64_t width,

@@ -130,8 +130,9 @@ class FileManager {
   virtual FileResult makeSymbolicLink(const std::string& target, const std::string& link) = 0;
 
   /// Writes a file where it lies, through a link too (a dangling link's target is made). Space is reserved first, so
-  /// that a full disk leaves the old file or none; then one write, then the cut to size. A file that did not exist
-  /// before and could not be written whole is removed.
+  /// that a full disk leaves the old file or none; then one write, then the cut to size. What could not be written
+  /// whole is taken back: a file that did not exist before is removed, one of which nothing was written keeps its
+  /// content, one that is half written is emptied.
   virtual FileResult writeInPlace(const std::string& path, Bytes bytes) = 0;
   /// Writes a temporary in the same folder, flushes it to the disk and renames it over the file: a reader sees the old
   /// or the new file, whole. An existing file's mode is kept, a link stays and its target is replaced. A device or pipe

@@ -12,12 +12,14 @@
 
 #include "vistrelle/platform/files/file_place.h"
 #include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/files/size_signal_hold.h"
 #include "vistrelle/platform/files/termination_hold.h"
 
 namespace vistrelle::platform {
 namespace {
 
-int writeAll(int file, Bytes bytes) {
+/// What of `bytes` could not be written is left in it.
+int writeAll(int file, Bytes& bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(file, bytes.data(), bytes.size());
     if (count < 0 && errno != EINTR) return errno;
@@ -52,10 +54,15 @@ int reserve(int file, off_t size, off_t formerSize) {
 }
 
 int writeRegular(int file, Bytes bytes, off_t formerSize) {
+  const SizeSignalHold hold;
   const auto size = static_cast<off_t>(bytes.size());
   if (const int code = reserve(file, size, formerSize)) return code;
-  if (const int code = writeAll(file, bytes)) return code;
-  return ::ftruncate(file, size) == 0 ? 0 : errno;
+  Bytes left = bytes;
+  int code = writeAll(file, left);
+  if (code == 0 && ::ftruncate(file, size) != 0) code = errno;
+  // An untouched file gets its former length back; one that is half of each is emptied, lest it look whole.
+  if (code != 0) (void)!::ftruncate(file, left.size() == bytes.size() ? formerSize : 0);
+  return code;
 }
 
 /// Removes the file that was made for a write that failed, if the path still leads to it.

@@ -9,6 +9,7 @@
 #include "vistrelle/platform/files/file_writing.h"
 #include "vistrelle/platform/files/path.h"
 #include "vistrelle/platform/files/posix_file_manager.h"
+#include "vistrelle/platform/files/size_signal_hold.h"
 #include "vistrelle/platform/files/tree_copy.h"
 #include "vistrelle/platform/files/tree_removal.h"
 
@@ -30,6 +31,7 @@ int copyToNew(const FilePlace& source, const FilePlace& destination, CopyOptions
   const int to = destination.folder.get();
   struct stat present {};
   if (::fstatat(to, destination.name.c_str(), &present, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  const SizeSignalHold hold;
   std::string temporary;
   int code = createTemporary(temporary, [&](const std::string& name) {
     return copyTreeAt(source.folder.get(), source.name, to, name, options);

@@ -10,6 +10,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "vistrelle/platform/files/size_signal_hold.h"
+
 extern "C" {
 #include <libavutil/common.h>
 #include <libavutil/imgutils.h>
@@ -149,6 +151,7 @@ std::unique_ptr<PictureRoom> PictureRoom::make(const wire::PlaneShape& shape) {
   const std::optional<std::string> layout = textOf(shape.layout);
   const auto places = layout ? planePlaces(*layout, shape.width, shape.height) : std::nullopt;
   if (!places) return nullptr;
+  const SizeSignalHold hold;  // the limit holds for memory files too
   std::unique_ptr<PictureRoom> room(new PictureRoom());
   room->file_ = UniqueFd(::memfd_create("picture", MFD_CLOEXEC | MFD_ALLOW_SEALING));
   if (!room->file_ || ::ftruncate(room->file_.get(), static_cast<off_t>(places->bytes)) != 0) return nullptr;

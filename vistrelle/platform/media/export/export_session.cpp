@@ -10,6 +10,7 @@
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/files/path.h"
+#include "vistrelle/platform/files/size_signal_hold.h"
 #include "vistrelle/platform/media/export/export_work.h"
 #include "vistrelle/platform/media/export/output_file.h"
 
@@ -66,6 +67,7 @@ bool ExportState::write(std::string* error) {
   control.progress = [this](double done) {
     progress = std::max(progress.load(), static_cast<float>(std::clamp(done, 0.0, 1.0)));
   };
+  const SizeSignalHold hold;
   if (!work.write(*asset, file->fd(), control, error)) return false;
   return !cancelled && file->putInPlace(error);
 }
