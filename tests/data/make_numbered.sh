@@ -130,6 +130,7 @@ nearest='-sws_flags neighbor'
   usual h264_avi_pyramid.avi $x264 -bf 5 -x264-params b-pyramid=normal:b-adapt=0
   usual h264.flv $x264
   usual h264.ts $x264 -x264-params open-gop=1
+  usual padded.ts $x264 -muxrate 3M
   usual h264.m2ts $x264 -f mpegts -mpegts_m2ts_mode 1
   usual h264.mxf $x264
   usual h264.3gp $x264 -bf 0
@@ -170,6 +171,7 @@ nearest='-sws_flags neighbor'
     xvid >mpeg4_xvid.avi.truth
   fi
   usual mpeg4.mkv -c:v mpeg4 -g 25 -bf 2 -b:v 700k
+  usual mpeg4.ts -c:v mpeg4 -g 25 -bf 2 -b:v 700k
   usual mpeg4.3gp -c:v mpeg4 -g 25 -b:v 700k
   usual raw.m4v -c:v mpeg4 -g 25 -bf 2 -b:v 700k
   usual msmpeg4v2.avi -c:v msmpeg4v2 -g 25 -b:v 700k
@@ -328,16 +330,29 @@ truth 25 1 100 | changed rewrapped.mkv h264.ts -i h264.ts -c copy
 
 # ---- bytes changed --------------------------------------------------------------------------------------------------------
 
-# Two streams joined end to end, every time twice: counted, but only as long as the last time says.
-if is_wanted joined.ts; then
+# Streams joined end to end, so that the clock starts again: the times run on.
+joined() {  # joined NAME FIRST SECOND
+  is_wanted "$1" || return 0
+  needs "$2"
+  needs "$3"
+  cat "$2" "$3" >"making.$$.$1"
+  { truth 25 1 100; truth 25 1 100 0 4; } | put "$1" $?
+}
+joined joined.ts h264.ts h264.ts
+joined joined_mpeg2.ts mpeg2.ts mpeg2.ts
+joined joined_hevc.ts hevc_closed.ts hevc_closed.ts
+joined joined.vob mpeg2_program.vob mpeg2_program.vob
+# The second clock is an hour behind, which could be taken for one that has gone through its end.
+joined joined_behind.ts late_start.ts h264.ts
+# Larger than what is read of a movie to know its end.
+joined joined_large.ts padded.ts padded.ts
+# The part between is another one.
+if is_wanted joined_three.ts; then
   needs h264.ts
-  cat h264.ts h264.ts >"making.$$.joined.ts"
-  { truth 25 1 100; truth 25 1 1 0 4; } | put joined.ts $?
-fi
-if is_wanted joined_mpeg2.ts; then
-  needs mpeg2.ts
-  cat mpeg2.ts mpeg2.ts >"making.$$.joined_mpeg2.ts"
-  { truth 25 1 100; truth 25 1 1 0 4; } | put joined_mpeg2.ts $?
+  needs late_start.ts
+  needs gaps.ts
+  cat late_start.ts gaps.ts h264.ts >making.$$.joined_three.ts
+  { truth 25 1 100; gaps | awk '{ print $1 + 4, $2 }'; truth 25 1 100 0 7.72; } | put joined_three.ts $?
 fi
 
 # The size changes in mid-stream: the second half is twice as large.
@@ -353,6 +368,49 @@ second_half() {
   { truth 25 1 100; truth 25 1 100 0 4; } | put "$1" $status
 }
 second_half resized.ts h264.ts "$x264" 4
+# These times overlap by the one or two frames that are reordered; the following ones run on.
+second_half resized_mpeg2.ts mpeg2.ts "$mpeg2" 4
+second_half resized_times.ts h264.ts "$x264" 4.08
+second_half resized_mpeg2_times.ts mpeg2.ts "$mpeg2" 4.04
+second_half resized_hevc.ts hevc_closed.ts "$x265 -x265-params open-gop=0:keyint=25:bframes=3:$quietly" 4.08
+second_half resized_hevc_open.ts hevc.ts "$x265 -x265-params $open265" 4.08
+second_half resized_mpeg4.ts mpeg4.ts "-c:v mpeg4 -g 25 -bf 2 -b:v 700k" 4.04
+for name in resized_hevc.mp4 resized_hevc.mkv; do
+  { truth 25 1 100; truth 25 1 100 0 4; } | changed $name resized_hevc.ts -i resized_hevc.ts -c copy
+done
+for name in resized_open.mp4 resized_open.mkv; do
+  { truth 25 1 100; truth 25 1 100 0 4; } | changed $name resized_times.ts -i resized_times.ts -c copy
+done
+# Only the shape of the pixels changes.
+second_half aspect_mpeg2.ts mpeg2.ts "$mpeg2 -s 160x96 -aspect 16:9" 4.04
+
+# resized NAME ARGUMENTS...: two halves of 50 frames each, 160 x 96 and 320 x 192, joined packet by packet
+resized() {
+  name=$1
+  shift
+  is_wanted "$name" || return 0
+  make_numbers
+  for width in 160 320; do
+    quiet -f rawvideo -pix_fmt yuv420p -s 160x96 -r 25 -i "$numbers" -frames:v 50 -s ${width}x$((width * 3 / 5)) $nearest \
+      "$@" -f matroska "making.$$.$width.mkv"
+    echo "file making.$$.$width.mkv"
+  done >"making.$$.list"
+  quiet -f concat -i "making.$$.list" -c copy "making.$$.$name"
+  status=$?
+  rm -f "making.$$.list" "making.$$.160.mkv" "making.$$.320.mkv"
+  { truth 25 1 50; truth 25 1 50 0 2; } | put "$name" $status
+}
+# shellcheck disable=SC2086
+{
+  resized resized.mp4 $x264 -bf 0
+  resized resized.mkv $x264 -bf 0
+  resized resized_vp8.webm -c:v libvpx -deadline realtime -cpu-used 8 -g 20 -b:v 500k
+  resized resized_vp9.webm -c:v libvpx-vp9 -deadline good -cpu-used 5 -auto-alt-ref 1 -lag-in-frames 16 -g 20 -b:v 500k
+  resized resized_vp9.mp4 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 20 -b:v 500k
+  resized resized_av1.mkv -c:v libaom-av1 -cpu-used 8 -usage realtime -g 20 -b:v 300k
+  resized resized_mjpeg.mkv -c:v mjpeg -q:v 8 -pix_fmt yuvj420p
+  resized resized_png.mkv -c:v png -pix_fmt rgb24
+}
 
 # cut_off NAME SOURCE FRAMES: the first 60 % of the bytes, which hold at least FRAMES frames
 cut_off() {

@@ -173,15 +173,34 @@ int Demuxer::read(AVPacket& packet) {
     if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
     if (status < 0) return status;
     // Streams that appear late, or that a demuxer does not filter.
-    if (packet.stream_index < streamCount() && stream(packet.stream_index)->discard < AVDISCARD_ALL) return 0;
+    if (packet.stream_index < streamCount() && stream(packet.stream_index)->discard < AVDISCARD_ALL) {
+      if (clock_) runOn(packet);
+      return 0;
+    }
   }
 }
 
 int Demuxer::seek(int streamIndex, std::int64_t timestamp, int flags) {
+void Demuxer::runOn(AVPacket& packet) {
+  std::int64_t& offset = offsets_.try_emplace(packet.stream_index, landedOffset_).first->second;
+  if (packet.pos >= 0) offset = clock_->offsetAt(packet.pos);
+  if (packet.pts != AV_NOPTS_VALUE) packet.pts += offset;
+  if (packet.dts != AV_NOPTS_VALUE) packet.dts += offset;
+  // libavformat misses the number that would follow and calls the packet, or the one that it has just parsed, damaged.
+  // If one is, its decoder will say so.
+  if (packet.pos >= 0 && clock_->endsPieceAt(packet.pos)) packet.flags &= ~AV_PKT_FLAG_CORRUPT;
+}
+
   AVIOContext* io = context_->pb;
   io->eof_reached = 0;
   io->error = 0;
   return av_seek_frame(context_.get(), streamIndex, timestamp, flags);
+  if (clock_) {
+    if ((flags & AVSEEK_FLAG_BYTE) == 0) timestamp = clock_->positionOf(timestamp);
+    flags = AVSEEK_FLAG_BYTE;
+    landedOffset_ = clock_->offsetAt(timestamp);
+    offsets_.clear();
+  }
 }
 
 }  // namespace vistrelle::platform

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
+#include "vistrelle/platform/media/ffmpeg/clock_pieces.h"
 #include "vistrelle/platform/media/ffmpeg/file_io.h"
 
 namespace vistrelle::platform {
@@ -45,6 +46,9 @@ class Demuxer {
 
   /// Delivers no packet of other streams any more (-1: of none but all again).
   void selectStream(int index);
+  /// From now on times run on where the movie's clock starts again (null: as they are stated).
+  void useClock(std::shared_ptr<const ClockPieces> clock) { clock_ = std::move(clock); }
+  bool runsOn() const { return clock_ != nullptr; }
   /// The next packet; 0, AVERROR_EOF at the end, another negative error otherwise. The former content is dropped.
   int read(AVPacket& packet);
   /// Seeks to a time in the stream's time base or, with AVSEEK_FLAG_BYTE, to a byte. Clears an end reached before.
@@ -59,6 +63,7 @@ class Demuxer {
   bool needsStreamInfo() const;
 
   std::shared_ptr<InputBytes> bytes_;
+  void runOn(AVPacket& packet);
   std::shared_ptr<Interrupt> interrupt_;
   std::unique_ptr<ByteReader> reader_;
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;

@@ -48,7 +48,8 @@ class Survey {
       }
       if (packet_->dts == AV_NOPTS_VALUE) continue;
       found.reordered |= packet_->pts != packet_->dts;
-      found.backwards |= packet_->dts < lastDts;
+      // Where a joined movie's clock was made to run on, decoding times of the parts overlap by the reordering.
+      found.backwards |= packet_->dts < lastDts && !demuxer_.runsOn();
       lastDts = packet_->dts;
     }
     return found;

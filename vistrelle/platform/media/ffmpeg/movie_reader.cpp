@@ -146,6 +146,11 @@ bool MovieReader::usePacketFacts() {
   const PacketScan scan = scanPackets(demuxer, source_->bytes_->size());
   if (scan.status < 0) return false;
   if (!source_->isMovFamily_) chooseZero(scan);
+  source_->clock_ = scan.clock;
+  if (scan.clock) {
+    log("movie clock         :-/ starts again {} times: times run on", scan.clock->restarts());
+    first.useClock(scan.clock);
+  }
   for (StreamFacts& facts : source_->streams_) {
     const AVStream& stream = *demuxer.stream(facts.index);
     const auto index = static_cast<std::size_t>(facts.index);

@@ -59,6 +59,7 @@ std::unique_ptr<Demuxer> MovieSource::openDemuxer(std::string* error) {
     if (error != nullptr) *error = "the movie has changed";
     return nullptr;
   }
+  if (demuxer) demuxer->useClock(clock_);
   return demuxer;
 }
 

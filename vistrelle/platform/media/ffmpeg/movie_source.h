@@ -79,6 +79,7 @@ class MovieSource {
   std::shared_ptr<Interrupt> interrupt_;
   std::vector<StreamFacts> streams_;
   std::vector<AVRational> timeBases_;
+  std::shared_ptr<const ClockPieces> clock_;
   bool isMovFamily_ = false;
   MediaTime zero_;
   MediaTime duration_;

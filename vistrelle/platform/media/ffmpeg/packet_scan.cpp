@@ -1,7 +1,9 @@
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace vistrelle::platform {
@@ -12,6 +14,10 @@ constexpr std::int64_t kPacketsForStart = 32;
 constexpr std::int64_t kFirstTailBytes = std::int64_t{1} << 20;
 // Above this a movie whose end cannot be found through an index is believed when it states how long it is.
 constexpr std::int64_t kMaxScanBytes = std::int64_t{64} << 20;
+
+// Transport and program streams: a part of a joined movie has at least so many pictures.
+constexpr std::int64_t kFewestPackets = 8;
+constexpr std::int64_t kClockSecond = 90000;
 
 bool isSoundOrPicture(const AVStream& stream) {
   const AVMediaType type = stream.codecpar->codec_type;
@@ -29,16 +35,25 @@ class Scanner {
     result_.streams.resize(static_cast<std::size_t>(demuxer_.streamCount()));
     int status = readHead();
     if (status >= 0) status = readTail();
-    if (status >= 0 && result_.isComplete) compareDistances();
+    if (status >= 0) measure();
     return status < 0 && status != AVERROR_EOF ? failed(status) : std::move(result_);
   }
 
  private:
-  /// The two latest presentation times of a stream, and how long the latest packet says it lasts.
-  struct Latest {
-    std::optional<std::int64_t> last;
+  /// What a stream covers until its clock starts again.
+  struct Stretch {
+    std::int64_t position = -1;  // in bytes, of its first packet
+    std::array<std::int64_t, 2> lastPositions{-1, -1};
+    std::int64_t count = 0;
+    std::optional<std::int64_t> start;
+    std::optional<std::int64_t> last;  // the two latest presentation times
     std::optional<std::int64_t> before;
-    std::int64_t duration = 0;
+    std::int64_t duration = 0;  // of the latest one, as its packet says
+    std::optional<std::int64_t> lastDts;
+    std::int64_t untimed = 0;  // packets without a presentation time
+    bool isReordered = false;
+    bool jumps = false;  // among its first packets the clock goes far ahead
+    std::vector<std::int64_t> times;
   };
 
   PacketScan failed(int status) {
@@ -53,34 +68,131 @@ class Scanner {
     ++span.count;
     const std::int64_t time = packet.pts != AV_NOPTS_VALUE ? packet.pts : packet.dts;
     if (time == AV_NOPTS_VALUE || (packet.flags & AV_PKT_FLAG_DISCARD) != 0) return;
-    times_[packet.stream_index].push_back(time);
     if (inHead_) span.start = span.start ? std::min(*span.start, time) : time;
-    Latest& latest = latest_[packet.stream_index];
-    if (!latest.last || time > *latest.last) {
-      latest.before = std::exchange(latest.last, time);
-      latest.duration = std::max<std::int64_t>(packet.duration, 0);
-    } else if (time < *latest.last && (!latest.before || time > *latest.before)) {
-      latest.before = time;
+    Stretch& stretch = stretchOf(packet);
+    ++stretch.count;
+    stretch.start = stretch.start ? std::min(*stretch.start, time) : time;
+    stretch.times.push_back(time);
+    if (!stretch.last || time > *stretch.last) {
+      stretch.before = std::exchange(stretch.last, time);
+      stretch.duration = std::max<std::int64_t>(packet.duration, 0);
+    } else if (time < *stretch.last && (!stretch.before || time > *stretch.before)) {
+      stretch.before = time;
     }
-    span.end = endOf(latest, *demuxer_.stream(packet.stream_index));
+    if (packet.pts == AV_NOPTS_VALUE) ++stretch.untimed;
+    if (packet.dts == AV_NOPTS_VALUE) return;
+    const std::int64_t step = av_sat_sub64(packet.dts, stretch.lastDts.value_or(packet.dts));
+    stretch.jumps |= stretch.count <= kFewestPackets && step > kClockSecond;
+    stretch.lastDts = packet.dts;
+    stretch.isReordered |= packet.pts != AV_NOPTS_VALUE && packet.pts > packet.dts;
+  }
+
+  Stretch& stretchOf(const AVPacket& packet) {
+    std::vector<Stretch>& stretches = stretches_[packet.stream_index];
+    std::int64_t& position = positions_[packet.stream_index];
+    if (packet.pos >= 0) position = packet.pos;
+    if (stretches.empty() || startsAgain(stretches.back(), packet)) {
+      stretches.emplace_back();
+      stretches.back().position = position;
+    }
+    std::array<std::int64_t, 2>& last = stretches.back().lastPositions;
+    if (last[1] != position) last = {last[1], position};
+    return stretches.back();
+  }
+
+  // libavformat takes a clock that goes far back for one that has gone through its 33 bits.
+  static bool isBackwards(std::int64_t former, std::int64_t dts) {
+    constexpr std::int64_t kHalfClock = std::int64_t{1} << 32;
+    return dts < former || av_sat_sub64(dts, former) > kHalfClock;
+  }
+
+  bool startsAgain(const Stretch& former, const AVPacket& packet) const {
+    if (!demuxer_.seeksByByte() || !former.lastDts || packet.dts == AV_NOPTS_VALUE) return false;
+    return isBackwards(*former.lastDts, packet.dts);
+  }
+
+  void forget() {
+    stretches_.clear();
+    positions_.clear();
+    for (PacketSpan& span : result_.streams) span.count = 0;
   }
 
   /// Rounding to a container's clock makes two neighbouring distances of one rate.
-  void compareDistances() {
-    for (auto& [index, times] : times_) {
-      std::sort(times.begin(), times.end());
-      std::int64_t shortest = 0;
-      std::int64_t longest = 0;
-      for (std::size_t i = 1; i < times.size(); ++i) {
-        const std::int64_t distance = av_sat_sub64(times[i], times[i - 1]);
-        shortest = i == 1 ? distance : std::min(shortest, distance);
-        longest = std::max(longest, distance);
+  bool differ(std::vector<std::int64_t>& times) const {
+    std::sort(times.begin(), times.end());
+    std::int64_t shortest = 0;
+    std::int64_t longest = 0;
+    for (std::size_t i = 1; i < times.size(); ++i) {
+      const std::int64_t distance = av_sat_sub64(times[i], times[i - 1]);
+      shortest = i == 1 ? distance : std::min(shortest, distance);
+      longest = std::max(longest, distance);
+    }
+    return longest - shortest > 1;
+  }
+
+  // Nothing when a stretch is so short, or so soon goes on elsewhere, that a damaged time is the likelier cause.
+  std::shared_ptr<const ClockPieces> clockOf(int reference) const {
+    const auto found = stretches_.find(reference);
+    if (found == stretches_.end() || found->second.size() < 2) return nullptr;
+    const std::vector<Stretch>& stretches = found->second;
+    const AVStream& stream = *demuxer_.stream(reference);
+    std::vector<ClockPieces::Piece> pieces;
+    std::int64_t end = 0;
+    for (std::size_t i = 0; i < stretches.size(); ++i) {
+      if (stretches[i].count < kFewestPackets || stretches[i].position < 0) return nullptr;
+      if (i > 0 && stretches[i].jumps) return nullptr;
+      const std::int64_t offset = i == 0 ? 0 : av_sat_sub64(end, *stretches[i].start);
+      pieces.push_back({i == 0 ? 0 : firstPositionOf(i, stretches), offset, av_sat_add64(*stretches[i].start, offset)});
+      if (i > 0 && pieces[i].position <= pieces[i - 1].position) return nullptr;
+      end = av_sat_add64(endOf(stretches[i], stream), offset);
+    }
+    std::set<std::int64_t> lastPackets;
+    for (const auto& [index, parts] : stretches_) {
+      for (const Stretch& part : parts) lastPackets.insert(part.lastPositions.begin(), part.lastPositions.end());
+    }
+    return std::make_shared<const ClockPieces>(std::move(pieces), std::move(lastPackets), fileSize_, end);
+  }
+
+  // Of all streams that start again with the pictures the first one says where.
+  std::int64_t firstPositionOf(std::size_t number, const std::vector<Stretch>& pictures) const {
+    std::int64_t first = pictures[number].position;
+    for (const auto& [index, stretches] : stretches_) {
+      if (stretches.size() != pictures.size()) continue;
+      const std::int64_t position = stretches[number].position;
+      if (position > pictures[number - 1].position) first = std::min(first, position);
+    }
+    return first;
+  }
+
+  void measure() {
+    if (result_.isComplete) result_.clock = clockOf(av_find_default_stream_index(demuxer_.context()));
+    for (auto& [index, stretches] : stretches_) {
+      PacketSpan& span = result_.streams[static_cast<std::size_t>(index)];
+      std::vector<std::int64_t> times;
+      for (const Stretch& stretch : stretches) {
+        const std::int64_t offset = result_.clock ? result_.clock->offsetAt(stretch.position) : 0;
+        const std::int64_t end = av_sat_add64(endOf(stretch, *demuxer_.stream(index)), offset);
+        span.end = span.end ? std::max(*span.end, end) : end;
+        for (const std::int64_t time : stretch.times) times.push_back(av_sat_add64(time, offset));
       }
-      result_.streams[static_cast<std::size_t>(index)].varies = longest - shortest > 1;
+      if (result_.isComplete) span.varies = differ(times);
     }
   }
 
-  static std::int64_t endOf(const Latest& latest, const AVStream& stream) {
+  static std::int64_t endOf(const Stretch& stretch, const AVStream& stream) {
+    const std::int64_t stated = statedEndOf(stretch, stream);
+    if (stretch.untimed == 0 || !stretch.lastDts) return stated;
+    // Program streams need not say when a frame is shown that they say how to decode. Of those only the last one that
+    // others lean on can be shown after all that say it.
+    const AVCodecID codec = stream.codecpar->codec_id;
+    if (codec != AV_CODEC_ID_MPEG1VIDEO && codec != AV_CODEC_ID_MPEG2VIDEO) return stated;
+    const std::int64_t frame = av_sat_sub64(stated, *stretch.last);
+    const bool isDelayed = stretch.isReordered && stream.codecpar->video_delay > 0;
+    const std::int64_t shown = av_sat_add64(av_sat_add64(*stretch.lastDts, frame), isDelayed ? frame : 0);
+    return std::clamp(shown, stated, av_sat_add64(stated, frame));
+  }
+
+  static std::int64_t statedEndOf(const Stretch& latest, const AVStream& stream) {
     const bool isPicture = stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO;
     // Where a container's clock is taken for a frame rate, packets get a duration of one tick.
     const double shortest = isPicture ? 1 / kFastestFrameRate : 0;
@@ -106,8 +218,8 @@ class Scanner {
   }
 
   bool hasEnd(int index) const {
-    const auto position = static_cast<std::size_t>(index);
-    return position < result_.streams.size() && result_.streams[position].end.has_value();
+    const auto found = stretches_.find(index);
+    return found != stretches_.end() && found->second.back().last.has_value();
   }
 
   bool isStartKnown(int index) const {
@@ -163,7 +275,9 @@ class Scanner {
     const bool hasTimes = (demuxer_.context()->iformat->flags & AVFMT_NOTIMESTAMPS) == 0;
     if (fileSize_ > kFirstTailBytes && hasTimes) {
       const int status = demuxer_.seeksByByte() ? readTailByBytes() : readTailByIndex();
-      if (status < 0 || everyStream([this](int i) { return hasEnd(i) && foundInTail_; })) return status;
+      if (status < 0) return status;
+      if (demuxer_.seeksByByte() && clockStartsAgain()) return readAllAgain();
+      if (foundInTail_) return 0;
       if (fileSize_ > kMaxScanBytes && statesDurations()) return 0;
     }
     // What the head left is read: the counts are those of the whole movie, unless a tail was tried before.
@@ -172,21 +286,52 @@ class Scanner {
     return 0;
   }
 
-  void forgetEnds() {
-    for (PacketSpan& span : result_.streams) span.end.reset();
-    latest_.clear();
+  int readAllAgain() {
+    forget();
+    if (demuxer_.seek(-1, 0, AVSEEK_FLAG_BYTE) < 0) return 0;
+    if (const int status = readToEnd(); status < 0) return status;
+    result_.isComplete = true;
+    return 0;
+  }
+
+  // Looked for in what has been read, and at places between.
+  bool clockStartsAgain() {
+    constexpr std::int64_t kPlaces = 16;
+    const int reference = av_find_default_stream_index(demuxer_.context());
+    const auto found = stretches_.find(reference);
+    if (found == stretches_.end()) return false;
+    if (found->second.size() > 1) return true;
+    const std::optional<std::int64_t> last = found->second.back().lastDts;
+    std::optional<std::int64_t> former;
+    for (std::int64_t place = 0; place < kPlaces; ++place) {
+      const std::optional<std::int64_t> dts = firstTimeAfter(fileSize_ / kPlaces * place, reference);
+      if (!dts) continue;
+      if (isBackwards(former.value_or(*dts), *dts)) return true;
+      former = dts;
+    }
+    return former && last && isBackwards(*former, *last);
+  }
+
+  std::optional<std::int64_t> firstTimeAfter(std::int64_t position, int index) {
+    constexpr int kMostPackets = 256;
+    if (demuxer_.seek(-1, position, AVSEEK_FLAG_BYTE) < 0) return std::nullopt;
+    moved_ = true;
+    for (int i = 0; i < kMostPackets && demuxer_.read(*packet_) >= 0; ++i) {
+      if (packet_->stream_index == index && packet_->dts != AV_NOPTS_VALUE) return packet_->dts;
+    }
+    return std::nullopt;
   }
 
   int readTailByBytes() {
     for (std::int64_t bytes = kFirstTailBytes; bytes < fileSize_; bytes *= 4) {
       if (demuxer_.seek(-1, fileSize_ - bytes, AVSEEK_FLAG_BYTE) < 0) return 0;
       moved_ = true;
-      forgetEnds();
+      forget();
       if (const int status = readToEnd(); status < 0) return status;
       foundInTail_ = everyStream([this](int i) { return hasEnd(i); });
       if (foundInTail_) return 0;
     }
-    forgetEnds();
+    forget();
     demuxer_.seek(-1, 0, AVSEEK_FLAG_BYTE);
     return 0;
   }
@@ -199,7 +344,7 @@ class Scanner {
     const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
     // Some containers read their index on the first seek only.
     moved_ = true;
-    forgetEnds();
+    forget();
     if (demuxer_.seek(reference, start, AVSEEK_FLAG_BACKWARD) < 0) return 0;
     const int entries = avformat_index_get_entries_count(stream);
     if (entries < 2) return 0;
@@ -209,15 +354,15 @@ class Scanner {
       foundInTail_ = everyStream([this](int i) { return hasEnd(i); });
       if (foundInTail_) return 0;
     }
-    forgetEnds();
+    forget();
     demuxer_.seek(reference, start, AVSEEK_FLAG_BACKWARD);
     return 0;
   }
 
   Demuxer& demuxer_;
   std::int64_t fileSize_;
-  std::map<int, Latest> latest_;
-  std::map<int, std::vector<std::int64_t>> times_;  // of all packets seen
+  std::map<int, std::vector<Stretch>> stretches_;  // of all packets read, or of those since the last jump
+  std::map<int, std::int64_t> positions_;          // of the last packet that knows its own
   AvPtr<AVPacket> packet_;
   PacketScan result_;
   bool inHead_ = true;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -20,9 +21,10 @@ struct PacketSpan {
 };
 
 struct PacketScan {
-  std::vector<PacketSpan> streams;  ///< by stream index
-  bool isComplete = false;          ///< every packet of the movie was seen; otherwise counts mean nothing
-  int status = 0;                   ///< negative when the scan was interrupted
+  std::vector<PacketSpan> streams;           ///< by stream index
+  std::shared_ptr<const ClockPieces> clock;  ///< where the movie's clock starts again; null where it does not
+  bool isComplete = false;                   ///< every packet of the movie was seen; otherwise counts mean nothing
+  int status = 0;                            ///< negative when the scan was interrupted
 };
 
 /// What the audio and video streams of a movie without sample tables cover: their first packets and the end of the
