@@ -180,7 +180,6 @@ int Demuxer::read(AVPacket& packet) {
   }
 }
 
-int Demuxer::seek(int streamIndex, std::int64_t timestamp, int flags) {
 void Demuxer::runOn(AVPacket& packet) {
   std::int64_t& offset = offsets_.try_emplace(packet.stream_index, landedOffset_).first->second;
   if (packet.pos >= 0) offset = clock_->offsetAt(packet.pos);
@@ -191,16 +190,17 @@ void Demuxer::runOn(AVPacket& packet) {
   if (packet.pos >= 0 && clock_->endsPieceAt(packet.pos)) packet.flags &= ~AV_PKT_FLAG_CORRUPT;
 }
 
+int Demuxer::seek(int streamIndex, std::int64_t timestamp, int flags) {
   AVIOContext* io = context_->pb;
   io->eof_reached = 0;
   io->error = 0;
-  return av_seek_frame(context_.get(), streamIndex, timestamp, flags);
   if (clock_) {
     if ((flags & AVSEEK_FLAG_BYTE) == 0) timestamp = clock_->positionOf(timestamp);
     flags = AVSEEK_FLAG_BYTE;
     landedOffset_ = clock_->offsetAt(timestamp);
     offsets_.clear();
   }
+  return av_seek_frame(context_.get(), streamIndex, timestamp, flags);
 }
 
 }  // namespace vistrelle::platform

@@ -44,11 +44,11 @@ class Demuxer {
   /// Whether packets were looked at to complete the streams' facts; start times are right only then.
   bool hasStreamInfo() const { return hasStreamInfo_; }
 
-  /// Delivers no packet of other streams any more (-1: of none but all again).
-  void selectStream(int index);
   /// From now on times run on where the movie's clock starts again (null: as they are stated).
   void useClock(std::shared_ptr<const ClockPieces> clock) { clock_ = std::move(clock); }
   bool runsOn() const { return clock_ != nullptr; }
+  /// Delivers no packet of other streams any more (-1: of none but all again).
+  void selectStream(int index);
   /// The next packet; 0, AVERROR_EOF at the end, another negative error otherwise. The former content is dropped.
   int read(AVPacket& packet);
   /// Seeks to a time in the stream's time base or, with AVSEEK_FLAG_BYTE, to a byte. Clears an end reached before.
@@ -61,9 +61,9 @@ class Demuxer {
   static int ioOpen(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary** options);
   static int ioClose(AVFormatContext* context, AVIOContext* io);
   bool needsStreamInfo() const;
+  void runOn(AVPacket& packet);
 
   std::shared_ptr<InputBytes> bytes_;
-  void runOn(AVPacket& packet);
   std::shared_ptr<Interrupt> interrupt_;
   std::unique_ptr<ByteReader> reader_;
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;

@@ -256,11 +256,11 @@ bool FrameRun::feed(std::int64_t place) {
     drained_ = true;
     return true;
   }
-  const AvPtr<AVPacket> packet = packets_.takeFirst();
   if (headers_.changeWith(*packets_.queue().front(), packets_.codec())) {
     betweenSequences_ = decoder_->send(nullptr, false);
     return betweenSequences_;
   }
+  const AvPtr<AVPacket> packet = packets_.takeFirst();
   --noted_;
   const std::int64_t number = packetsFed_++;
   const bool isLast = packets_.queue().empty() && packets_.isAtEnd();
@@ -333,11 +333,11 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
         if (!feed(place)) return Pull::failed;
         break;
       case FrameDecoder::Status::end:
-        if (!packets_.failure().empty()) return Pull::failed;
         if (std::exchange(betweenSequences_, false)) {
           decoder_->flush();
           break;
         }
+        if (!packets_.failure().empty()) return Pull::failed;
         ended_ = true;
         return Pull::end;
       case FrameDecoder::Status::error:

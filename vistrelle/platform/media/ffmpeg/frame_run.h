@@ -12,8 +12,8 @@
 #include "vistrelle/platform/media/ffmpeg/frame_packets.h"
 #include "vistrelle/platform/media/ffmpeg/frame_plan.h"
 #include "vistrelle/platform/media/ffmpeg/frame_timeline.h"
-
 #include "vistrelle/platform/media/ffmpeg/sequence_headers.h"
+
 namespace vistrelle::platform {
 
 /// How much of what led to a frame could not be decoded as it was written, since the last undamaged key frame.
@@ -32,6 +32,7 @@ struct Frame {
 
 struct FrameOptions {
   int threads = 0;                                ///< of a decoder; 0: by the number of processors
+  int lanes = 0;                                  ///< see FrameLanes; 0: where a list gains by them, 1: none, 2: always
   bool skipsNonReference = true;                  ///< leave out frames that nobody needs
   std::size_t keptBytes = std::size_t{24} << 20;  ///< of pictures in memory that wait for their turn
 };
@@ -132,11 +133,11 @@ class FrameRun {
   std::shared_ptr<const Frame> current_;  // the last frame at or before what was asked, or the first of all
   std::shared_ptr<const Frame> next_;     // its successor, when that has been decoded already
   bool currentIsFirst_ = false;           // no visible frame of the stream comes before current_
+  SequenceHeaders headers_;
+  bool betweenSequences_ = false;  // what the decoder holds comes before pictures of another shape
   bool drained_ = false;
   bool cutShort_ = false;      // drained before the stream's end: good for places up to cutPlace_
   std::int64_t cutPlace_ = 0;  // meaningful where cutShort_ is
-  SequenceHeaders headers_;
-  bool betweenSequences_ = false;  // what the decoder holds comes before pictures of another shape
   bool ended_ = false;
   bool disordered_ = false;
   bool leftOutTheAnswer_ = false;
