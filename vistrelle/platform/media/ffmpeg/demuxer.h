@@ -69,6 +69,9 @@ class Demuxer {
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;
   AvPtr<AVFormatContext> context_;
   bool hasStreamInfo_ = false;
+  std::shared_ptr<const ClockPieces> clock_;
+  std::map<int, std::int64_t> offsets_;  // of each stream's last packet; not every packet knows its position
+  std::int64_t landedOffset_ = 0;        // where reading began
 };
 
 }  // namespace vistrelle::platform
