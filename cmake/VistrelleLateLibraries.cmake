@@ -46,6 +46,7 @@ function(vistrelle_late_doorways file result)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${real}")
   add_library(${name} STATIC "${source}")
   target_link_libraries(${name} PUBLIC vistrelle_late)
+  set_property(GLOBAL APPEND PROPERTY VISTRELLE_LATE_TARGETS ${name})
 endfunction()
 
 function(vistrelle_load_late)
