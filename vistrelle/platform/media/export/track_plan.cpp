@@ -75,7 +75,7 @@ class SampleList {
   void addSplice(std::uint16_t description) {
     const std::vector<std::uint8_t>& entry = plan_.track.descriptions[description];
     static constexpr std::array<std::uint8_t, 4> kName{'h', 'v', 'c', 'C'};
-    const auto record = std::ranges::search(entry, kName).begin();
+    const auto record = std::search(entry.begin(), entry.end(), kName.begin(), kName.end());
     constexpr std::ptrdiff_t kLengthFieldAt = 4 + 21;  // ISO/IEC 14496-15, 8.3.3.1.2
     if (entry.end() - record <= kLengthFieldAt) return;
     plan_.splices.push_back({plan_.track.samples.size(), (record[kLengthFieldAt] & 3) + 1});
