@@ -7,6 +7,7 @@ extern "C" {
 
 #include <array>
 #include <cstring>
+#include <limits>
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
@@ -34,6 +35,12 @@ bool setOption(AVDictionary** options, const char* name, const char* value) {
 bool nameListed(const AVFormatContext& context, const char* name) {
   const std::string listed = std::string(",") + context.iformat->name + ",";
   return listed.find(std::string(",") + name + ",") != std::string::npos;
+}
+
+/// The last packet of an Ogg stream lasts to the stream's end as stated; an end before the packet (a sound that is cut
+/// within its last block) becomes 2^32 less a few in libavformat (5.1).
+bool isWrappedDuration(const AVFormatContext& context, const AVPacket& packet) {
+  return packet.duration > std::numeric_limits<std::int32_t>::max() && nameListed(context, "ogg");
 }
 
 bool isComplete(const AVCodecParameters& parameters) {
@@ -172,6 +179,7 @@ int Demuxer::read(AVPacket& packet) {
     const int status = av_read_frame(context_.get(), &packet);
     if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
     if (status < 0) return status;
+    if (isWrappedDuration(*context_, packet)) packet.duration = 0;
     // Streams that appear late, or that a demuxer does not filter.
     if (packet.stream_index < streamCount() && stream(packet.stream_index)->discard < AVDISCARD_ALL) {
       if (clock_) runOn(packet);
