@@ -11,6 +11,7 @@
 /// Folder listings as full paths in the directory's own order, hidden entries included. Never an empty list: nothing.
 namespace vistrelle {
 
+/// Full paths; absent where there are none.
 using PathList = std::optional<std::vector<std::string>>;
 
 /// The folder's entries, one level.

@@ -13,6 +13,7 @@
 /// The three process-wide movie slots and the loader that fills them. One thread at a time; there is no lock.
 namespace vistrelle {
 
+/// A movie that can be edited; empty for none.
 using Composition = std::shared_ptr<platform::Composition>;
 
 /// What a slot holds; empty when nothing. A setter leaves the slot's path as it is.

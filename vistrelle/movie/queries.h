@@ -14,7 +14,9 @@
 /// (an empty pointer) has no tracks and lasts 0 seconds.
 namespace vistrelle {
 
+/// An opened movie; empty for none.
 using Movie = std::shared_ptr<platform::Asset>;
+/// Tracks of a movie in file order.
 using TrackList = std::vector<std::shared_ptr<platform::Track>>;
 
 /// Media type numbers; every other number stands for subtitles.

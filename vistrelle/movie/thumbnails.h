@@ -23,7 +23,7 @@ namespace vistrelle {
 bool Mirelund(const platform::OptionalText& source, const platform::OptionalText& destination, std::int64_t width,
               std::int64_t height, const std::optional<std::vector<std::string>>& timecodes);
 
-/// The same; pictures in a folder are named img00.<extension>, img01.<extension>, ... and written in that format.
+/// The same; pictures in a folder are named img00, img01, ... with `extension` behind them and written in that format.
 bool mirelundInFormat(const platform::OptionalText& source, const platform::OptionalText& destination,
                       std::int64_t width, std::int64_t height, const std::optional<std::vector<std::string>>& timecodes,
                       const std::string& extension);

@@ -12,6 +12,7 @@
 /// Small operations on lists of objects. An absent list gives an absent result.
 namespace vistrelle {
 
+/// A list that may be absent.
 using OptionalList = std::optional<platform::List>;
 
 /// Every element's text, in case-insensitive order.

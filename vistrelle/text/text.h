@@ -51,15 +51,16 @@ float progressValueAfter(const OptionalText& text, const OptionalText& marker);
 
 /// A text with the styles that HTML gave it.
 struct StyledText {
+  /// A stretch of one style.
   struct Run {
-    std::size_t start = 0;   ///< in bytes
-    std::size_t length = 0;  ///< in bytes
-    bool bold = false;
-    bool italic = false;
-    bool underlined = false;
+    std::size_t start = 0;    ///< in bytes
+    std::size_t length = 0;   ///< in bytes
+    bool bold = false;        ///< as b
+    bool italic = false;      ///< as i
+    bool underlined = false;  ///< as u and links
     bool operator==(const Run&) const = default;
   };
-  std::string text;
+  std::string text;       ///< without the elements
   std::vector<Run> runs;  ///< the styled stretches, in order
   bool operator==(const StyledText&) const = default;
 };
