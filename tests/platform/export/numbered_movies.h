@@ -147,10 +147,7 @@ class MovieDecode {
     int status = 0;
     while ((status = av_read_frame(format_, packet)) >= 0) {
       AVCodecContext* decoder = decoders_[static_cast<std::size_t>(packet->stream_index)];
-      // libavcodec 5.1 shows Motion JPEG pictures that libavformat has marked as hidden by an edit.
-      const bool isHidden =
-          decoder != nullptr && decoder->codec_id == AV_CODEC_ID_MJPEG && (packet->flags & AV_PKT_FLAG_DISCARD) != 0;
-      if (decoder != nullptr && !isHidden) {
+      if (decoder != nullptr) {
         if (avcodec_send_packet(decoder, packet) < 0) movie_.error = "a packet cannot be decoded";
         take(packet->stream_index);
       }

@@ -124,6 +124,36 @@ TEST_P(SoundGaps, readersHaveNothingAgainstIt) {
   expectReadable(path);
 }
 
+// What the ffmpeg program shows of Motion JPEG: the frames of the pieces and between them black, not the first frame.
+TEST(PictureGaps, motionJpegIsBlackWhereNothingIs) {
+  const ScratchFolder folder;
+  const auto movie = loaded(clip("gaps.mov", {numberedPictures(50, "25", 128), {"-c:v", "mjpeg", "-q:v", "3"}}));
+  const auto composition = Composition::make();
+  ASSERT_TRUE(composition->insertTimeRange(range(20, 10, 25), movie, at(0), nullptr));
+  ASSERT_TRUE(composition->insertTimeRange(range(5, 10, 25), movie, at(1), nullptr));
+  ASSERT_TRUE(composition->insertTimeRange(range(30, 10, 25), movie, at(2), nullptr));
+  const Written written = writeTo(*composition, folder.file("gaps.mov"));
+  ASSERT_TRUE(written.succeeded) << written.error;
+  Shown expected = shownBy({{0.8, 0.4, 0, 128}, {0, 0, 0.6, -1}, {0.2, 0.4, 0, 128}, {0, 0, 0.6, -1}}, 25);
+  for (const auto& [number, time] : shownBy({{1.2, 0.4, 0, 128}}, 25)) expected.push_back({number, 2 + time});
+  expectGenerates(written.path, expected, 2.4);
+  for (const int gapAt : {10, 21}) expected.insert(expected.begin() + gapAt, {0, gapAt == 10 ? 0.4 : 1.4});
+  expectDecodes(written.path, expected);
+  const std::string raw = folder.file("shown.gray");
+  const RunResult run = runProgram({"ffmpeg", "-v", "error", "-nostdin", "-i", written.path, "-vsync", "passthrough",
+                                    "-pix_fmt", "gray", "-f", "rawvideo", raw});
+  ASSERT_EQ(run.status, 0) << run.error;
+  const std::string pixels = readFile(raw);
+  std::vector<int> shown;
+  for (std::size_t frame = 0; frame + 256 * 64 <= pixels.size(); frame += 256 * 64) {
+    shown.push_back(numberIn("gray", reinterpret_cast<const std::uint8_t*>(pixels.data()) + frame, 256));
+  }
+  std::vector<int> wanted;
+  for (const auto& [number, time] : expected) wanted.push_back(number);
+  EXPECT_EQ(shown, wanted);
+  expectReadable(written.path);
+}
+
 const std::vector<std::string> kAac{"-c:a", "aac", "-b:a", "192k", "-aac_pns", "0"};
 
 INSTANTIATE_TEST_SUITE_P(

@@ -4,6 +4,7 @@
 #include <array>
 #include <limits>
 
+#include "vistrelle/platform/media/export/blank_picture.h"
 #include "vistrelle/platform/media/export/sample_runs.h"
 #include "vistrelle/platform/media/export/timecode_samples.h"
 
@@ -138,6 +139,7 @@ bool planTrack(std::vector<Piece> pieces, std::int64_t movieTimeScale, PlannedTr
     if (!list.add(run)) return fail(error, "the times of the samples are beyond what a movie can say");
   }
   plan.track.edits = editsOf(plan.pieces, builder.mediaTimes(), movieTimeScale);
+  addBlankPicture(plan);
   return true;
 }
 
