@@ -1,8 +1,10 @@
 #include "vistrelle/platform/media/export/sample_runs.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <optional>
+#include <utility>
 
 namespace vistrelle::platform {
 namespace {
@@ -46,6 +48,14 @@ bool showsBeforeSync(const SourceTrack& source) {
   return false;
 }
 
+/// Whether sync samples may be such that pictures behind them are left out when decoding begins there (HEVC).
+bool hasSplices(const SourceTrack& source) {
+  static constexpr std::array<std::uint8_t, 4> kRecord{'h', 'v', 'c', 'C'};
+  return std::ranges::any_of(source.tables.descriptions, [](const std::vector<std::uint8_t>& entry) {
+    return std::search(entry.begin(), entry.end(), kRecord.begin(), kRecord.end()) != entry.end();
+  });
+}
+
 /// Decoders of such pictures order them by a count that runs on over sync samples; at a jump they lose what they have
 /// not shown yet. So what is lost is to be hidden: the samples up to the second sync sample behind the last one shown,
 /// which is how far libavformat reads beyond an edit.
@@ -69,7 +79,7 @@ std::int64_t RunBuilder::cutOf(const Piece& piece, std::int64_t origin) const {
   return ((piece.media * Ratio(piece.source->tables.timeScale) - Ratio(origin)) * factorOf(piece)).rounded();
 }
 
-RunBuilder::Need RunBuilder::pictureNeed(const Piece& piece) const {
+RunBuilder::Need RunBuilder::pictureNeed(const Piece& piece, bool isBehindAnother) const {
   const std::vector<mov::Sample>& samples = piece.source->tables.samples;
   const Ratio start = piece.media * Ratio(piece.source->tables.timeScale);
   const Ratio end = (piece.media + piece.mediaLength) * Ratio(piece.source->tables.timeScale);
@@ -111,7 +121,13 @@ RunBuilder::Need RunBuilder::pictureNeed(const Piece& piece) const {
   while (need.first > 0 && !(samples[need.first].isSync && samples[need.first].presentation() <= firstShown)) {
     --need.first;
   }
-  if (showsBeforeSync(*piece.source)) need.last = tailOf(samples, need.last);
+  if (showsBeforeSync(*piece.source)) {
+    need.last = tailOf(samples, need.last);
+    // Of the first group behind a splice what is shown before its sync sample leans on what is not there. Whoever
+    // decodes the next group only, finds the one before it to lean on.
+    while (isBehindAnother && need.first > 0 && !samples[--need.first].isSync) {
+    }
+  }
   need.start = cutOf(piece, samples[need.first].decodeTime);
   return need;
 }
@@ -152,6 +168,8 @@ bool RunBuilder::reuse(const Piece& piece, const Need& need, std::int64_t delay)
     const std::size_t first = run.run.samples.front().index;
     const std::size_t last = run.run.samples.back().index;
     if (need.first < first || need.firstDecoded > last || need.onScreen > last) continue;
+    // Where others decode on, it would be taken for the splice that it is for this piece.
+    if (need.first != first && hasSplices(*piece.source)) continue;
     const std::int64_t start = cutOf(piece, run.origin) - run.shift;
     if (run.run.samples[need.onScreen - first].presentation != start) continue;
     if (run.run.samples[need.firstDecoded - first].decodeTime != start - delay) continue;
@@ -274,7 +292,8 @@ void RunBuilder::addTrimmed(const Piece& piece) {
 void RunBuilder::layOut() {
   std::int64_t decoded = 0;
   std::int64_t shown = 0;
-  later_ = longestGap();
+  const std::int64_t gap = longestGap();
+  later_ = 0;
   for (Run& run : runs_) {
     std::int64_t earliest = 0;
     for (const RunSample& sample : run.run.samples) earliest = std::min(earliest, sample.presentation);
@@ -294,7 +313,7 @@ void RunBuilder::layOut() {
     for (RunSample& sample : run.run.samples) {
       sample.decodeTime += run.base;
       sample.presentation += run.base;
-      later_ = std::max(later_, sample.decodeTime - sample.presentation);
+      later_ = std::max(later_, std::max(sample.decodeTime, gap) - sample.presentation);
     }
     run.run.end = run.base + end;
     decoded = run.run.end;
@@ -332,10 +351,11 @@ std::int64_t RunBuilder::longestGap() const {
 std::vector<SampleRun> RunBuilder::build() {
   std::vector<Need> needs(pieces_.size());
   std::int64_t delay = std::numeric_limits<std::int64_t>::max();
+  bool isBehindAnother = false;
   for (std::size_t i = 0; i < pieces_.size(); ++i) {
     const Piece& piece = pieces_[i];
     if (piece.source == nullptr || piece.source->type != MediaType::video || isPlain(*piece.source)) continue;
-    needs[i] = pictureNeed(piece);
+    needs[i] = pictureNeed(piece, std::exchange(isBehindAnother, true));
     delay = std::min(delay, naturalDelay(piece, needs[i]));
   }
   for (std::size_t i = 0; i < pieces_.size(); ++i) {

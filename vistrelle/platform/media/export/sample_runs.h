@@ -65,7 +65,7 @@ class RunBuilder {
     std::size_t entry = 0;  ///< the source's sample that decoding begins with
   };
 
-  Need pictureNeed(const Piece& piece) const;
+  Need pictureNeed(const Piece& piece, bool isBehindAnother) const;
   Need soundNeed(const Piece& piece) const;
   void addPicture(const Piece& piece, const Need& need, std::int64_t delay);
   void addSound(const Piece& piece);
