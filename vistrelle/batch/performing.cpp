@@ -72,7 +72,7 @@ class Run {
   std::optional<Outcome> settled(std::size_t pictures) const {
     if (auto outcome = delivery_.refusal(pictures)) return outcome;
     auto outcome = delivery_.existing(pictures);
-    if (outcome) PrivateFolder::removeRest(job_.privateFolder());
+    if (outcome) PrivateFolder::removeRest(job_.privateFolder(), {});
     return outcome;
   }
 

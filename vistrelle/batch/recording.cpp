@@ -23,6 +23,8 @@ class RecordingGenerator : public ImageGenerator {
   void setApertureMode(platform::ApertureMode mode) override { next_->setApertureMode(mode); }
   void announce(std::span<const MediaTime> times) override { next_->announce(times); }
   FrameResult copyFrame(const MediaTime& time) override {
+    // A job with a picture missing has failed, whatever else could be had at whatever cost.
+    if (record_->hasFailedFrame()) return {nullptr, MediaTime::invalid(), "given up"};
     FrameResult result = next_->copyFrame(time);
     const bool hasPicture = result.picture != nullptr;
     record_->addFrame({time.seconds(), hasPicture ? result.actualTime.seconds() : 0, hasPicture, result.error});
@@ -113,6 +115,7 @@ class RecordingLog : public platform::LogSink {
 void JobRecord::clear() {
   const std::lock_guard lock(mutex_);
   frames_.clear();
+  hasFailedFrame_ = false;
   failures_.clear();
   writeError_ = 0;
   writeErrorText_.clear();
@@ -120,6 +123,7 @@ void JobRecord::clear() {
 }
 
 void JobRecord::addFrame(AskedFrame frame) {
+  hasFailedFrame_ = hasFailedFrame_ || !frame.hasPicture;
   frames_.push_back(std::move(frame));
 }
 

@@ -31,7 +31,9 @@ class JobRecord {
   void addLine(std::string_view line);
   void addWrite(const platform::FileResult& result, std::int64_t bytes);
 
+  /// Those after one that could not be had are missing.
   const std::vector<AskedFrame>& frames() const { return frames_; }
+  bool hasFailedFrame() const { return hasFailedFrame_; }
   /// Why the movie at `path` could not be opened, from the line that says so; empty when it could.
   std::string openingError(const std::string& path) const;
   /// What the first line that tells of a failure says, without its tag; empty when there is none.
@@ -44,6 +46,7 @@ class JobRecord {
  private:
   mutable std::mutex mutex_;
   std::vector<AskedFrame> frames_;
+  bool hasFailedFrame_ = false;
   std::vector<std::string> failures_;  // lines
   int writeError_ = 0;
   std::string writeErrorText_;

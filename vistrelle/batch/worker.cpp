@@ -21,6 +21,7 @@ using platform::TaskAnswer;
 using platform::Value;
 
 constexpr const char* kClean = "clean";
+constexpr std::chrono::seconds kPatience{8};  // with a worker that was killed a moment ago
 
 /// What a worker has for its life.
 struct Equipment {
@@ -77,10 +78,9 @@ TaskAnswer answerTo(std::string_view task, Equipment& equipment) {
   if (!job) {
     const auto value = platform::readJson(line, &error);
     const auto* fields = value ? value->get<Dictionary>() : nullptr;
-    const auto path = fields == nullptr ? Dictionary::const_iterator() : fields->find(kClean);
-    if (fields != nullptr && path != fields->end()) {
-      platform::PrivateFolder::removeRest(*path->second.get<std::string>());
-    }
+    const auto found = fields == nullptr ? Dictionary::const_iterator() : fields->find(kClean);
+    const auto* path = fields == nullptr || found == fields->end() ? nullptr : found->second.get<std::string>();
+    if (path != nullptr) platform::PrivateFolder::removeRest(*path, kPatience);
     return {"{}", false};
   }
   equipment.record->clear();

@@ -1,6 +1,7 @@
 #include "vistrelle/platform/jobs/private_folder.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -91,10 +92,15 @@ PrivateFolder::~PrivateFolder() {
   (void)fileManager().get()->remove(path_);
 }
 
-void PrivateFolder::removeRest(const std::string& path) {
+void PrivateFolder::removeRest(const std::string& path, std::chrono::milliseconds patience) {
+  constexpr int kPauseMilliseconds = 10;
+  const auto limit = std::chrono::steady_clock::now() + patience;
   struct stat present {};
-  int error = 0;
-  if (::lstat(path.c_str(), &present) == 0) (void)make(path, &error);
+  while (::lstat(path.c_str(), &present) == 0) {
+    int error = 0;
+    if (make(path, &error) || error != EWOULDBLOCK || std::chrono::steady_clock::now() >= limit) return;
+    ::poll(nullptr, 0, kPauseMilliseconds);
+  }
 }
 
 }  // namespace vistrelle::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -21,8 +22,9 @@ class PrivateFolder {
   /// The folder within, empty at first, with the permissions that a new folder of this process has. May be moved away.
   std::string content() const { return path_ + "/pictures"; }
 
-  /// Removes what a killed process left at `path`, when it did leave something and nobody uses it.
-  static void removeRest(const std::string& path);
+  /// Removes what a killed process left at `path`, when it did leave something and nobody uses it. One that was killed
+  /// a moment ago may still be on its way out: so long is waited for it.
+  static void removeRest(const std::string& path, std::chrono::milliseconds patience);
 
  private:
   PrivateFolder(std::string path, UniqueFd lock) : path_(std::move(path)), lock_(std::move(lock)) {}

@@ -107,7 +107,9 @@ std::unique_ptr<ReportFile> ReportFile::goOn(const std::string& path, const Keep
 bool ReportFile::append(std::string_view line) {
   const off_t before = ::lseek(file_.get(), 0, SEEK_END);  // fails for a pipe or a terminal
   if (writeAll(file_.get(), std::string(line) + "\n")) return true;
+  const int cause = errno;
   if (before >= 0) (void)!::ftruncate(file_.get(), before);
+  errno = cause;
   return false;
 }
 

@@ -23,7 +23,7 @@ class ReportFile {
   /// end are taken out first, by another file that takes its place. Nothing when another process writes to it.
   static std::unique_ptr<ReportFile> goOn(const std::string& path, const Keep& keep, std::string* error);
 
-  /// Adds a line end. False when the line could not be written whole.
+  /// Adds a line end. False, with errno set, when the line could not be written whole.
   bool append(std::string_view line);
   bool isTerminal() const;
 
