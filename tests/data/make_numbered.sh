@@ -127,6 +127,7 @@ nearest='-sws_flags neighbor'
   usual h264_weighted.mp4 $x264 -x264-params weightb=1:weightp=2:b-adapt=2
   usual h264_slices.mp4 $x264 -x264-params slices=4
   usual h264_avi.avi $x264
+  usual h264_avi_no_b.avi $x264 -bf 0
   usual h264_avi_pyramid.avi $x264 -bf 5 -x264-params b-pyramid=normal:b-adapt=0
   usual h264.flv $x264
   usual h264.ts $x264 -x264-params open-gop=1
@@ -431,6 +432,27 @@ cut_off truncated.h264 raw.h264 50
 cut_off truncated_fragmented.mp4 fragmented.mp4 50 0.08
 cut_off truncated.vob mpeg2_program.vob 50
 cut_off truncated.wmv wmv2.wmv 50
+
+# replaced NAME SOURCE CHUNK BYTES [NUMBER]: a chunk of an AVI file, counted from 0, begins with these bytes (printf) and
+# is filled with zeros; its number (that of the chunk) is never shown, the former one stays on screen.
+replaced() {
+  is_wanted "$1" || return 0
+  needs "$2"
+  cp "$2" "making.$$.$1"
+  # The first "00dc" stands in the index of indexes. The length of the chunk and its content come behind.
+  at=$(grep -obUa 00dc "$2" | cut -d: -f1 | sed -n "$(($3 + 2))p")
+  size=$(od -An -tu4 -j $((at + 4)) -N 4 "$2" | tr -d ' ')
+  { printf "$4"; head -c "$size" /dev/zero; } | head -c "$size" |
+    dd of="making.$$.$1" bs=1 seek=$((at + 8)) conv=notrunc 2>/dev/null
+  { truth 25 1 100 | grep -v " ${5:-$3}\$"; } | put "$1" $?
+}
+# The frame before a key: "not coded", at 24 of 25 in its second; a header of user data alone; garbage; no slice.
+replaced not_coded.avi mpeg4_no_b.avi 49 '\000\000\001\266\134\117'
+replaced headers_only.avi mpeg4_no_b.avi 49 '\000\000\001\262user'
+replaced garbage_chunk.avi mpeg4_no_b.avi 49 'this is no frame of a movie'
+replaced headers_only_b.avi mpeg4.avi 47 '\000\000\001\262user' 46
+replaced no_slice.avi h264_avi_no_b.avi 49 '\000\000\000\001\011\360'
+replaced garbage_wmv2.avi wmv2.avi 49 '\377\377\377\377\377\377'
 
 # damaged NAME SOURCE: 400 bytes in the middle overwritten; frames there may show anything, if the log says so
 damaged() {

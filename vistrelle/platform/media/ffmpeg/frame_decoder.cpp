@@ -85,6 +85,10 @@ FrameDecoder::Status FrameDecoder::receive(AVFrame& frame) {
   return status == AVERROR_EOF ? Status::end : Status::error;
 }
 
+bool FrameDecoder::givesAtOnce() const {
+  return threading_ != Threading::frames && (context_->codec->capabilities & AV_CODEC_CAP_DELAY) == 0;
+}
+
 void FrameDecoder::flush() {
   avcodec_flush_buffers(context_.get());
 }

@@ -31,6 +31,9 @@ class FrameDecoder {
   /// left out. False when the decoder refused the packet.
   bool send(const AVPacket* packet, bool skipNonReference);
 
+  /// Whether the frame of a packet comes out before the next packet is wanted.
+  bool givesAtOnce() const;
+
   enum class Status { frame, needsPacket, end, error };
   /// The next frame in presentation order.
   Status receive(AVFrame& frame);

@@ -24,7 +24,7 @@ constexpr std::int64_t kLongRun = 2;
 constexpr int kErrorsInARow = 64;
 
 // Codecs whose frames lean on each other, so that runs are long. Decoders of others gain nothing from several frames at
-// a time, and PNG's has been seen to give the picture of another frame that way.
+// a time.
 bool decodesFramesBesideEachOther(AVCodecID codec) {
   switch (codec) {
     case AV_CODEC_ID_H264:
@@ -67,6 +67,10 @@ void FrameRun::beginRun() {
   seen_.clear();
   leftOut_.clear();
   places_.clear();
+  chunks_.forget();
+  frameless_.clear();
+  packetsNoted_ = 0;
+  awaitsFrame_ = false;
   highestDts_ = std::numeric_limits<std::int64_t>::min();
   timesDoubtful_ = untimed_ = lastSkipped_ = false;
   lastPlace_.reset();
@@ -137,13 +141,30 @@ void FrameRun::noteNewPackets() {
     if (packet.pts == AV_NOPTS_VALUE) untimed_ = true;
     if (packet.dts != AV_NOPTS_VALUE) highestDts_ = std::max(highestDts_, packet.dts);
     if (packet.pts != AV_NOPTS_VALUE && !isDiscarded(packet)) seen_.insert(packet.pts);
-    if (rules_.hasGaps) {
-      const std::int64_t following = places_.empty() ? 0 : av_sat_add64(places_.back(), 1);
-      places_.push_back(packet.dts == AV_NOPTS_VALUE ? following : std::max(following, packet.dts));
+    const std::int64_t number = packetsNoted_++;
+    if (!rules_.hasGaps) continue;
+    if (!chunks_.holdsFrame(packet, *packets_.stream()->codecpar)) {
+      frameless_.insert(number);
+      continue;
     }
+    const std::int64_t following = places_.empty() ? 0 : av_sat_add64(places_.back(), 1);
+    places_.push_back(packet.dts == AV_NOPTS_VALUE ? following : std::max(following, packet.dts));
   }
   damage_.refusedPackets += packets_.unreadable() - unreadableCounted_;
   unreadableCounted_ = packets_.unreadable();
+}
+
+// In an AVI file: the packet fed last gives no frame, and its place stays empty. Where frames are reordered it is that
+// of a frame which nobody needs, or one near it.
+void FrameRun::leavePlaceEmpty() {
+  if (!std::exchange(awaitsFrame_, false) || rules_.isIntraOnly) return;
+  if (decoder_->threading() == FrameDecoder::Threading::frames) return;
+  if (framesSeen_ < static_cast<std::int64_t>(places_.size())) places_.erase(places_.begin() + framesSeen_);
+}
+
+void FrameRun::noteRefused() {
+  ++damage_.refusedPackets;
+  leavePlaceEmpty();
 }
 
 bool FrameRun::lookAhead() {
@@ -267,7 +288,10 @@ bool FrameRun::feed(std::int64_t place) {
   if (rules_.isCounted && rules_.isIntraOnly && !isLast && !isWanted(number, place)) return true;
   lastSkipped_ = maySkip(*packet, place);
   if (lastSkipped_ && packet->pts != AV_NOPTS_VALUE) leftOut_.insert(packet->pts);
-  if (!decoder_->send(packet.get(), lastSkipped_) || (packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+  awaitsFrame_ = rules_.hasGaps && !frameless_.contains(number);
+  if (!decoder_->send(packet.get(), lastSkipped_)) {
+    noteRefused();
+  } else if ((packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
     ++damage_.refusedPackets;
   }
   return true;
@@ -323,6 +347,7 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
   for (int errors = 0; errors < kErrorsInARow;) {
     switch (decoder_->receive(*decoded)) {
       case FrameDecoder::Status::frame:
+        awaitsFrame_ = false;
         if (!isVisible(*decoded)) {
           av_frame_unref(decoded.get());
           break;
@@ -330,6 +355,7 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
         *frame = accept(*decoded);
         return *frame ? Pull::frame : Pull::failed;
       case FrameDecoder::Status::needsPacket:
+        if (decoder_->givesAtOnce()) leavePlaceEmpty();
         if (!feed(place)) return Pull::failed;
         break;
       case FrameDecoder::Status::end:
@@ -341,7 +367,7 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
         ended_ = true;
         return Pull::end;
       case FrameDecoder::Status::error:
-        ++damage_.refusedPackets;
+        noteRefused();
         ++errors;
         break;
     }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "vistrelle/platform/media/ffmpeg/frame_chunks.h"
 #include "vistrelle/platform/media/ffmpeg/frame_decoder.h"
 #include "vistrelle/platform/media/ffmpeg/frame_landing.h"
 #include "vistrelle/platform/media/ffmpeg/frame_packets.h"
@@ -108,6 +109,8 @@ class FrameRun {
   bool isLastOfGroup(std::int64_t place);
   bool lookAhead();
   void noteNewPackets();
+  void noteRefused();
+  void leavePlaceEmpty();
   bool maySkip(const AVPacket& packet, std::int64_t place) const;
   std::int64_t placeOfNumber(std::int64_t number) const;
   bool isWanted(std::int64_t number, std::int64_t place) const;
@@ -147,6 +150,10 @@ class FrameRun {
   std::set<std::int64_t> seen_;       // presentation times of the run's packets
   std::set<std::int64_t> leftOut_;    // those that the decoder was told to skip where it can
   std::vector<std::int64_t> places_;  // with gaps: of the frames by their number, as far as packets were noted
+  FrameChunks chunks_;
+  std::set<std::int64_t> frameless_;  // with gaps: numbers of packets that hold no frame
+  std::int64_t packetsNoted_ = 0;
+  bool awaitsFrame_ = false;  // the packet fed last holds one, and none has come out since
   std::int64_t highestDts_ = 0;
   bool timesDoubtful_ = false;  // the order of the packets does not prove anything
   bool untimed_ = false;        // some packets have no presentation time

@@ -4,6 +4,8 @@
 #include <span>
 #include <utility>
 
+#include "vistrelle/platform/media/ffmpeg/start_codes.h"
+
 namespace vistrelle::platform {
 
 namespace {
@@ -15,27 +17,11 @@ constexpr int kPicture = 0x00;
 constexpr int kSequence = 0xb3;
 constexpr int kExtension = 0xb5;
 
-// Calls `visit` with the code and what follows it up to the next one, until it answers false.
-template <typename Visit>
-void forEachUnit(Bytes data, Visit visit) {
-  constexpr std::size_t kPrefix = 3;
-  const auto nextFrom = [data](std::size_t at) {
-    while (at + kPrefix < data.size() && (data[at] != 0 || data[at + 1] != 0 || data[at + 2] != 1)) ++at;
-    return at;
-  };
-  for (std::size_t at = nextFrom(0); at + kPrefix < data.size();) {
-    const std::size_t next = nextFrom(at + kPrefix);
-    const std::size_t end = next + kPrefix < data.size() ? next : data.size();
-    if (!visit(data[at + kPrefix], data.subspan(at + kPrefix + 1, end - at - kPrefix - 1))) return;
-    at = next;
-  }
-}
-
 // Width, height and aspect; the sequence extension (profile, chroma format, high bits of the sizes) and the display
 // extension, from which an aspect follows. Rates and buffer sizes may change as they like.
 std::vector<std::uint8_t> sequenceIn(Bytes data) {
   std::vector<std::uint8_t> header;
-  forEachUnit(data, [&header](int code, Bytes unit) {
+  forEachStartCode(data, [&header](int code, Bytes unit) {
     if (code == kPicture) return false;
     if (code == kSequence && unit.size() >= 4) {
       header.assign(unit.begin(), unit.begin() + 3);
@@ -53,7 +39,7 @@ std::vector<std::uint8_t> sequenceIn(Bytes data) {
 // The video object layer (ISO/IEC 14496-2, 6.2.3) as a whole; ends before the first picture (B6).
 std::vector<std::uint8_t> objectLayerIn(Bytes data) {
   std::vector<std::uint8_t> header;
-  forEachUnit(data, [&header](int code, Bytes unit) {
+  forEachStartCode(data, [&header](int code, Bytes unit) {
     if (code >= 0x20 && code <= 0x2f) header.assign(unit.begin(), unit.end());
     return code != 0xb6;
   });
