@@ -2,7 +2,7 @@
 //   VISTRELLE_FAULT=KIND:N      malloc, open, read, write, fsync, close, rename, fork, pipe, waitpid; N from 1, 0: none
 //   VISTRELLE_FAULT_IN=main     only in the process that main began in; "children": only in its children
 //   VISTRELLE_FAULT_COUNT=FILE  the number of calls of that kind is appended at the end of main
-// Standard error is left alone, so that the program can say what happened.
+// The standard streams are left alone, so that the program can hear its orders and say what happened.
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
@@ -74,6 +74,7 @@ void readOrders() {
   count = new (shared) Count;
   const char* place = ::getenv("VISTRELLE_FAULT_IN");
   if (place != nullptr) where = ::strcmp(place, "main") == 0 ? Where::main : Where::children;
+  ::unsetenv("VISTRELLE_FAULT");  // programs that this one starts are none of it
 }
 
 void appendCount() {
@@ -172,7 +173,7 @@ int openat64(int folder, const char* path, int flags, ...) {
 }
 
 ssize_t read(int file, void* buffer, size_t size) {
-  if (fails(Kind::read)) return failWith(EIO);
+  if (file > STDERR_FILENO && fails(Kind::read)) return failWith(EIO);
   return next<ssize_t(int, void*, size_t)>("read")(file, buffer, size);
 }
 ssize_t pread(int file, void* buffer, size_t size, off_t offset) {
@@ -183,8 +184,13 @@ ssize_t pread64(int file, void* buffer, size_t size, off64_t offset) {
   if (fails(Kind::read)) return failWith(EIO);
   return next<ssize_t(int, void*, size_t, off64_t)>("pread64")(file, buffer, size, offset);
 }
+ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, size_t size, unsigned flags) {
+  if (fails(Kind::read)) return failWith(EIO);
+  return next<ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned)>("copy_file_range")(from, fromOffset, to,
+                                                                                          toOffset, size, flags);
+}
 ssize_t write(int file, const void* buffer, size_t size) {
-  if (file != STDERR_FILENO && fails(Kind::write)) return failWith(ENOSPC);
+  if (file > STDERR_FILENO && fails(Kind::write)) return failWith(ENOSPC);
   return next<ssize_t(int, const void*, size_t)>("write")(file, buffer, size);
 }
 ssize_t pwrite(int file, const void* buffer, size_t size, off_t offset) {

@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "tests/faults/spread.h"
 #include "tests/support/clips.h"
 #include "tests/support/scratch_folder.h"
 #include "tests/support/tool_run.h"
@@ -23,10 +23,7 @@ namespace {
 using testing::readFile;
 using testing::RunResult;
 using testing::ScratchFolder;
-
-bool isLongRun() {
-  return std::getenv("VISTRELLE_LONG") != nullptr;
-}
+using testing::spread;
 
 /// A folder with one movie, the tool's picture of it, and runs of the tool in which a call fails.
 class FaultyRuns {
@@ -69,13 +66,34 @@ class FaultyRuns {
     EXPECT_EQ(entries(), 2U) << "something was left behind";
   }
 
+  /// The same over a picture of an earlier run: old or right, never half of each, and never old without a word.
+  void checkOver(const std::string& kind, long n) {
+    const std::string old(n % 2 == 0 ? 4000 : 200'000, 'o');
+    const RunResult result = run(kind, n, "main", "", old);
+    SCOPED_TRACE(kind + " " + std::to_string(n) + " over a picture:\n" + result.error);
+    EXPECT_EQ(result.signal, 0);
+    const std::string content = std::filesystem::exists(picture_) ? readFile(picture_) : "";
+    EXPECT_TRUE(content == right_ || content == old || content.empty()) << content.size() << " bytes";
+    if (content == right_) {
+      ++same_;
+      return;
+    }
+    ++refused_;
+    EXPECT_TRUE(result.error.find("tiny.") != std::string::npos ||
+                result.error.find("picture.jpg") != std::string::npos)
+        << "no line names the file";
+    EXPECT_EQ(result.status, content == old ? result.status : 1);
+  }
+
   int same() const { return same_; }
   int refused() const { return refused_; }
 
  private:
-  RunResult run(const std::string& kind, long n, const std::string& where, const std::string& counts = "") {
+  RunResult run(const std::string& kind, long n, const std::string& where, const std::string& counts = "",
+                const std::string& old = "") {
     std::filesystem::remove(picture_);
-    return testing::runTool({"-i", movie_, "-w", "160", "-h", "96", "-tc", "0.4", "-o", picture_}, [&] {
+    if (!old.empty()) folder_.write("picture.jpg", old);
+    return testing::runTool({"-i", movie_, "-w", "160", "-h", "96", "-tc", "0.4", "-y", "-o", picture_}, [&] {
       ::setenv("VISTRELLE_FAULT", (kind + ":" + std::to_string(n)).c_str(), 1);
       ::setenv("VISTRELLE_FAULT_IN", where.c_str(), 1);
       if (!counts.empty()) ::setenv("VISTRELLE_FAULT_COUNT", counts.c_str(), 1);
@@ -97,24 +115,6 @@ class FaultyRuns {
   int same_ = 0;
   int refused_ = 0;
 };
-
-/// All of 1 to `count` in a long run, else `sample` of them, spread; the last ones are always among them.
-std::vector<long> spread(long count, long sample) {
-  std::vector<long> numbers;
-  if (isLongRun() || count <= sample) {
-    for (long n = 1; n <= count; ++n) numbers.push_back(n);
-    return numbers;
-  }
-  constexpr unsigned kSeed = 20251121;
-  std::mt19937 random(kSeed);
-  for (long i = 0; i < sample; ++i) {
-    const long from = 1 + i * count / sample;
-    const long to = (i + 1) * count / sample;
-    numbers.push_back(std::uniform_int_distribution<long>(from, std::max(from, to))(random));
-  }
-  std::cout << "seed " << kSeed << "\n";
-  return numbers;
-}
 
 void checkAll(FaultyRuns& runs, const std::string& kind, const std::string& where, long count, long sample) {
   const std::vector<long> numbers = spread(count, sample);
@@ -148,6 +148,22 @@ INSTANTIATE_TEST_SUITE_P(All, FailedCalls,
                          [](const auto& parameter) {
                            return std::string(parameter.param.kind) + "_" + parameter.param.where;
                          });
+
+class FailedReplacing : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(FailedReplacing, LeavesTheOldOrTheRightPicture) {
+  FaultyRuns runs("mjpeg");
+  const long count = runs.count(GetParam(), "main");
+  ASSERT_GT(count, 0);
+  for (const long n : spread(count, 30)) {
+    runs.checkOver(GetParam(), n);
+    if (::testing::Test::HasFailure()) break;
+  }
+  std::cout << GetParam() << ": right " << runs.same() << ", not replaced " << runs.refused() << std::endl;
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, FailedReplacing, ::testing::Values("open", "write", "close"),
+                         [](const auto& each) { return std::string(each.param); });
 
 class FailedAllocations : public ::testing::TestWithParam<std::string> {};
 

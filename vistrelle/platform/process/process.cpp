@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <system_error>
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/process/spawn.h"
@@ -44,10 +45,15 @@ class Collector {
       count = ::read(pipe_.get(), bytes_.data() + before, bytes_.size() - before);
     } while (count < 0 && errno == EINTR);
     bytes_.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count < 0) {
+      log("process             :-( output cannot be read ({})",
+          std::error_code(errno, std::generic_category()).message());
+      isLost_ = true;  // what came is a part and nobody can tell of what
+    }
     if (count <= 0) pipe_.close();
     if (bytes_.size() > limit_) {
       log("process             :-( more than {} bytes of output", limit_);
-      overflowed_ = true;
+      isLost_ = true;
       pipe_.close();
     }
   }
@@ -61,7 +67,7 @@ class Collector {
   }
 
   std::optional<std::string> take() {
-    if (overflowed_) return std::nullopt;
+    if (isLost_) return std::nullopt;
     return std::move(bytes_);
   }
 
@@ -69,7 +75,7 @@ class Collector {
   UniqueFd pipe_;
   std::size_t limit_;
   std::string bytes_;
-  bool overflowed_ = false;
+  bool isLost_ = false;
 };
 
 class SpawningRunner : public ProcessRunner {
