@@ -20,11 +20,11 @@ TEST_P(Endings, LeaveOldOrWholePicturesAndNothingElse) {
   std::cout << "seed " << seed << std::endl;
   std::mt19937 random(seed);
   InterruptedRuns runs;
-  std::uniform_int_distribution<long> instant(0, runs.duration().count() * 11 / 10);
   for (int round = 0; round < (isLong ? 1000 : 20) && !HasFailure(); ++round) {
     const auto target = round % 2 == 0 ? InterruptedRuns::Target::folder : InterruptedRuns::Target::file;
     // As from a terminal, which tells the whole group, or from another program.
     const bool toGroup = signal != SIGKILL && round % 4 < 2;
+    std::uniform_int_distribution<long> instant(0, runs.duration().count() * 11 / 10);
     const std::chrono::microseconds delay(instant(random));
     SCOPED_TRACE("round " + std::to_string(round) + ", after " + std::to_string(delay.count()) + " us");
     runs.run(target, signal, delay, toGroup);

@@ -83,9 +83,12 @@ void InterruptedRuns::judge(Target target, const RunResult& result, int signal) 
   tally_.leftProcesses += collectOrphans() > 0 ? 1 : 0;
   tally_.strays += strayCount(target) > 0 ? 1 : 0;
   const std::vector<State> found = states(target);
+  // The next instants follow a machine that becomes slower or faster, so that one run in eight or so ends by itself.
   if (result.signal == signal) {
     ++tally_.interrupted;
+    duration_ += duration_ / 50;
   } else {
+    duration_ -= duration_ / 8;
     EXPECT_EQ(result.status, 0) << "signal " << result.signal << "\n" << result.error;
     EXPECT_TRUE(std::ranges::all_of(found, [](State state) { return state == State::whole; })) << result.error;
   }

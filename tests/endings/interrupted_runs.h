@@ -35,7 +35,7 @@ class InterruptedRuns {
   /// untrue exit status and for pictures in an order in which they cannot have been written.
   void run(Target target, int signal, std::chrono::microseconds delay, bool toGroup);
 
-  /// How long an undisturbed run took.
+  /// How long an undisturbed run takes at present, roughly.
   std::chrono::microseconds duration() const { return duration_; }
   const Tally& tally() const { return tally_; }
 

@@ -1,0 +1,209 @@
+// Very many pictures from mixed movies in one process: memory, descriptors, threads and children stay what they were.
+// VISTRELLE_LONG=1: 10,000 pictures, else 300; the seed is printed.
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/child.h"
+#include "tests/support/clips.h"
+#include "tests/support/scratch_folder.h"
+#include "vistrelle/movie/loader.h"
+#include "vistrelle/movie/thumbnails.h"
+#include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/confined/confined_library.h"
+
+namespace vistrelle::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kIsSanitized = true;  // whose memory grows for its own reasons
+#else
+constexpr bool kIsSanitized = false;
+#endif
+
+constexpr const char* kMovies[] = {"animation.mov",
+                                   "apple-prores-422-proxy.mov",
+                                   "bbb_642x642_768kbps_30fps_vp9.webm",
+                                   "cursed-vfr.mp4",
+                                   "h265_10bits.mp4",
+                                   "nasa_13013.mp4",
+                                   "photo-jpeg.mov",
+                                   "prog_8s.mp4",
+                                   "rotated_video.mp4",
+                                   "sample_fragmented.mp4",
+                                   "sample_with_chapters.mkv",
+                                   "xdcam-ex-720p24.mov"};
+
+class Silence : public platform::LogSink {
+ public:
+  void message(std::string_view) override {}
+  void plain(std::string_view) override {}
+};
+
+std::size_t entriesIn(const char* folder) {
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
+}
+
+/// The processes that descend from this one.
+std::vector<pid_t> descendants() {
+  std::multimap<pid_t, pid_t> childrenOf;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    if (std::atol(entry.path().filename().c_str()) == 0) continue;
+    const std::string stat = readFile(entry.path().string() + "/stat");  // proc(5): pid (name) state parent
+    const std::size_t name = stat.rfind(')');
+    if (name == std::string::npos) continue;
+    char state = 0;
+    pid_t parent = 0;
+    std::istringstream(stat.substr(name + 1)) >> state >> parent;
+    childrenOf.emplace(parent, static_cast<pid_t>(std::atol(stat.c_str())));
+  }
+  std::vector<pid_t> found{::getpid()};
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    const auto [begin, end] = childrenOf.equal_range(found[i]);
+    for (auto child = begin; child != end; ++child) found.push_back(child->second);
+  }
+  found.erase(found.begin());
+  return found;
+}
+
+long residentKilobytes() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    long kilobytes = 0;
+    if (word == "VmRSS:" && status >> kilobytes) return kilobytes;
+  }
+  return 0;
+}
+
+struct State {
+  std::size_t descriptors = 0;
+  std::size_t threads = 0;
+  std::size_t processes = 0;
+  bool operator==(const State&) const = default;
+
+  static State now() { return {entriesIn("/proc/self/fd"), entriesIn("/proc/self/task"), descendants().size()}; }
+};
+
+std::ostream& operator<<(std::ostream& stream, const State& state) {
+  return stream << state.descriptors << " descriptors, " << state.threads << " threads, " << state.processes
+                << " processes below";
+}
+
+/// The state once what is on its way out has gone: `wanted`, or what it is after a minute.
+State settled(const State& wanted) {
+  State state = State::now();
+  for (int i = 0; i < 6000 && state != wanted; ++i) {
+    ::usleep(10000);
+    state = State::now();
+  }
+  return state;
+}
+
+/// The state when it has been the same for a second.
+State unchanging() {
+  State state = State::now();
+  for (int same = 0; same < 100; ++same) {
+    ::usleep(10000);
+    const State next = State::now();
+    if (next != state) same = 0;
+    state = next;
+  }
+  return state;
+}
+
+class Soak {
+ public:
+  Soak() : random_(kSeed) { std::cout << "seed " << kSeed << std::endl; }
+
+  void run(int pictures) {
+    const int settledAfter = std::min(500, pictures / 2);
+    int round = 0;
+    State atFirst;
+    long highestAtFirst = 0;
+    long highest = 0;
+    for (int made = 0; made < pictures && !::testing::Test::HasFailure(); ++round) {
+      made += shoot(kMovies[static_cast<std::size_t>(round) % std::size(kMovies)]);
+      // Every movie has had its turn: whatever is made once has been made.
+      if (round + 1 == static_cast<int>(std::size(kMovies))) atFirst = unchanging();
+      if (round + 1 > static_cast<int>(std::size(kMovies))) {
+        const State state = settled(atFirst);
+        EXPECT_EQ(state, atFirst) << "after " << made << " pictures";
+      }
+      (made <= settledAfter ? highestAtFirst : highest) =
+          std::max(made <= settledAfter ? highestAtFirst : highest, residentKilobytes());
+    }
+    std::cout << pictures << " pictures: " << atFirst << ", memory at most " << highestAtFirst << " KiB in the first "
+              << settledAfter << ", " << highest << " KiB after" << std::endl;
+    // A short run has seen too little to tell a percent.
+    const double most = pictures >= 10000 ? 1.01 : 1.10;
+    if (!kIsSanitized) {
+      EXPECT_LE(static_cast<double>(highest), most * static_cast<double>(highestAtFirst));
+    }
+  }
+
+ private:
+  static constexpr unsigned kSeed = 20261121;
+  static constexpr int kTimes = 8;
+
+  /// Pictures of one movie at some times; how many.
+  int shoot(const char* movie) {
+    const std::string pictures = folder_.file("pictures");
+    fs::create_directory(pictures);
+    std::vector<std::string> times;
+    std::uniform_int_distribution<int> halves(0, 9);
+    for (int i = 0; i < kTimes; ++i) {
+      const int half = halves(random_);
+      times.push_back(std::to_string(half / 2) + (half % 2 == 0 ? ".0" : ".5"));
+    }
+    EXPECT_TRUE(Mirelund(sampleMovie(movie), pictures, 320, 240, times)) << movie;
+    EXPECT_EQ(entriesIn(pictures.c_str()), std::size_t{kTimes}) << movie;
+    MYMOVIErelease();
+    fs::remove_all(pictures);
+    return kTimes;
+  }
+
+  ScratchFolder folder_;
+  std::mt19937 random_;
+};
+
+int pictureCount() {
+  return std::getenv("VISTRELLE_LONG") != nullptr ? 10000 : 300;
+}
+
+TEST(SoakTest, InThisProcess) {
+  EXPECT_TRUE(inChild([] {
+    platform::logSink().install(std::make_shared<Silence>());
+    Soak().run(pictureCount());
+  }));
+}
+
+TEST(SoakTest, Confined) {
+#if defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "the thread sanitizer's runtime has a thread of its own";
+#endif
+  EXPECT_TRUE(inChild([] {
+    platform::logSink().install(std::make_shared<Silence>());
+    const auto library = std::make_shared<platform::ConfinedMediaLibrary>();
+    ASSERT_TRUE(library->prepare());
+    platform::mediaLibrary().install(library);
+    Soak().run(pictureCount());
+  }));
+}
+
+}  // namespace
+}  // namespace vistrelle::testing
