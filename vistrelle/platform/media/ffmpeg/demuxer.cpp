@@ -38,7 +38,7 @@ bool nameListed(const AVFormatContext& context, const char* name) {
 }
 
 /// The last packet of an Ogg stream lasts to the stream's end as stated; an end before the packet (a sound that is cut
-/// within its last block) becomes 2^32 less a few in libavformat (5.1).
+/// within its last block) becomes 2^32 less a few in libavformat (5.1). One tick it is then: none would mean unknown.
 bool isWrappedDuration(const AVFormatContext& context, const AVPacket& packet) {
   return packet.duration > std::numeric_limits<std::int32_t>::max() && nameListed(context, "ogg");
 }
@@ -179,7 +179,7 @@ int Demuxer::read(AVPacket& packet) {
     const int status = av_read_frame(context_.get(), &packet);
     if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
     if (status < 0) return status;
-    if (isWrappedDuration(*context_, packet)) packet.duration = 0;
+    if (isWrappedDuration(*context_, packet)) packet.duration = 1;
     // Streams that appear late, or that a demuxer does not filter.
     if (packet.stream_index < streamCount() && stream(packet.stream_index)->discard < AVDISCARD_ALL) {
       if (clock_) runOn(packet);
