@@ -11,6 +11,13 @@ namespace {
 constexpr std::uint32_t kMaxRun = std::uint32_t{1} << 24;
 constexpr std::uint32_t kIsNonSync = 0x10000;  // 14496-12, 8.8.3.1: sample_is_non_sync_sample
 
+// Times and places beyond this are those of no movie; one sample more, however large, does not overflow 64 bits.
+constexpr std::int64_t kFarthest = std::int64_t{1} << 62;
+
+std::int64_t within(std::int64_t value) {
+  return std::clamp(value, -kFarthest, kFarthest);
+}
+
 }  // namespace
 
 void FragmentTables::readDefaults(std::span<const std::uint8_t> movie) {
@@ -55,14 +62,16 @@ void FragmentTables::readTrack(std::span<const std::uint8_t> content, std::int64
   Place place;
   // Without a base of its own a track's data begins at the fragment, or behind the data of the track before it.
   place.base = (flags & 0x20000) != 0 || isFirst_ ? start : dataEnd_;
-  if ((flags & 0x1) != 0) place.base = cursor.i64();
+  if ((flags & 0x1) != 0) place.base = within(cursor.i64());
   if ((flags & 0x2) != 0) defaults.description = cursor.u32();
   if ((flags & 0x8) != 0) defaults.duration = cursor.u32();
   if ((flags & 0x10) != 0) defaults.size = cursor.u32();
   if ((flags & 0x20) != 0) defaults.flags = cursor.u32();
   place.next = place.base;
   // Past the last sample seen so far, where the fragment does not state its time.
-  if (!track->samples.empty()) place.decodeTime = track->samples.back().decodeTime + track->samples.back().span();
+  if (!track->samples.empty()) {
+    place.decodeTime = within(track->samples.back().decodeTime + track->samples.back().span());
+  }
   SampleTables unwanted;
   unwanted.header = track->header;
   const bool isWanted = wanted.contains(id);
@@ -72,7 +81,7 @@ void FragmentTables::readTrack(std::span<const std::uint8_t> content, std::int64
       Cursor time(box->content);  // 14496-12, 8.8.12
       const bool wide = readFullBoxHeader(time).version == 1;
       const std::uint64_t decodeTime = time.sized(wide);
-      if (time.isGood()) place.decodeTime = static_cast<std::int64_t>(decodeTime & 0x7fffffffffffffff);
+      if (time.isGood()) place.decodeTime = within(static_cast<std::int64_t>(decodeTime & 0x7fffffffffffffff));
     } else if (box->type == fourCc("trun")) {
       readRun(box->content, defaults, place, isWanted ? *track : unwanted);
       unwanted.samples.clear();
@@ -86,7 +95,7 @@ void FragmentTables::readRun(std::span<const std::uint8_t> content, const Defaul
   Cursor cursor(content);  // 14496-12, 8.8.8
   const std::uint32_t flags = readFullBoxHeader(cursor).flags;
   std::uint64_t left = std::min(cursor.u32(), kMaxRun);
-  if ((flags & 0x1) != 0) place.next = place.base + cursor.i32();
+  if ((flags & 0x1) != 0) place.next = within(place.base + cursor.i32());
   const bool hasFirstFlags = (flags & 0x4) != 0;
   const std::uint32_t firstFlags = hasFirstFlags ? cursor.u32() : 0;
   const std::size_t fields = std::size_t{(flags & 0x100) != 0} + std::size_t{(flags & 0x200) != 0} +
@@ -108,8 +117,8 @@ void FragmentTables::readRun(std::span<const std::uint8_t> content, const Defaul
     sample.offset = place.next;
     sample.decodeTime = place.decodeTime;
     sample.description = static_cast<std::uint16_t>(std::clamp<std::uint32_t>(defaults.description, 1, 0xffff) - 1);
-    place.next += std::int64_t{sample.size} * sample.count;
-    place.decodeTime += sample.span();
+    place.next = within(place.next + std::int64_t{sample.size} * sample.count);
+    place.decodeTime = within(place.decodeTime + sample.span());
     track.samples.push_back(sample);
   }
 }
