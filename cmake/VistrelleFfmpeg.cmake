@@ -2,13 +2,18 @@
 # without what the tool never uses. That one starts in a millisecond where the shared ones pull in a hundred libraries
 # and cost thirty to fifty. scripts/build-ffmpeg makes and keeps it.
 option(VISTRELLE_FAST_START "Link a private static build of FFmpeg for a fast start" OFF)
+option(VISTRELLE_INSTRUMENTED_FFMPEG "Link a private static build of FFmpeg with sanitizers and coverage" ${VISTRELLE_FUZZ})
 set(VISTRELLE_FFMPEG_STATIC "")
-if(VISTRELLE_FAST_START)
-  execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/build-ffmpeg"
+if(VISTRELLE_FAST_START OR VISTRELLE_INSTRUMENTED_FFMPEG)
+  set(variant "")
+  if(VISTRELLE_INSTRUMENTED_FFMPEG)
+    set(variant --instrumented)
+  endif()
+  execute_process(COMMAND "${PROJECT_SOURCE_DIR}/scripts/build-ffmpeg" ${variant}
     OUTPUT_VARIABLE VISTRELLE_FFMPEG_STATIC OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE failed)
   if(failed)
     set(VISTRELLE_FFMPEG_STATIC "")
-    message(WARNING "No private FFmpeg for a fast start (see above): the distribution's libraries are used")
+    message(WARNING "No private FFmpeg (see above): the distribution's libraries are used")
   endif()
 endif()
 

@@ -3,15 +3,11 @@
 #include <cstdlib>
 #include <string>
 
-#include "fuzz/quiet.h"
+#include "fuzz/support.h"
 #include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/text/text.h"
 
 namespace {
-
-void require(bool condition) {
-  if (!condition) std::abort();
-}
 
 /// One pass over valid UTF-8, as simple as it can be written.
 std::string onePass(const std::string& text, const std::string& search, const std::string& replacement) {

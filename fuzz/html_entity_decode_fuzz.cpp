@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "fuzz/quiet.h"
+#include "fuzz/support.h"
 #include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/text/text.h"
 

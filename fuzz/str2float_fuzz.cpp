@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "fuzz/quiet.h"
+#include "fuzz/support.h"
 #include "vistrelle/text/text.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
