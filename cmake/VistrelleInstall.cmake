@@ -79,3 +79,6 @@ set(completions "${PROJECT_SOURCE_DIR}/packaging/completions")
 install(DIRECTORY "${completions}/bash/" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 install(DIRECTORY "${completions}/zsh/" DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
 install(DIRECTORY "${completions}/fish/" DESTINATION "${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+
+# ---- recipes for many machines ---------------------------------------------------------------------
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/recipes/" DESTINATION "${CMAKE_INSTALL_DATADIR}/vistrelle/recipes" USE_SOURCE_PERMISSIONS)
