@@ -89,6 +89,10 @@ bool FrameDecoder::givesAtOnce() const {
   return threading_ != Threading::frames && (context_->codec->capabilities & AV_CODEC_CAP_DELAY) == 0;
 }
 
+int FrameDecoder::heldBack() const {
+  return context_->has_b_frames;
+}
+
 void FrameDecoder::flush() {
   avcodec_flush_buffers(context_.get());
 }

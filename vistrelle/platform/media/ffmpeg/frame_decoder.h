@@ -33,6 +33,8 @@ class FrameDecoder {
 
   /// Whether the frame of a packet comes out before the next packet is wanted.
   bool givesAtOnce() const;
+  /// How many frames it holds back for reordering, as far as it knows.
+  int heldBack() const;
 
   enum class Status { frame, needsPacket, end, error };
   /// The next frame in presentation order.

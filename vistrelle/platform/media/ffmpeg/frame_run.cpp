@@ -70,7 +70,7 @@ void FrameRun::beginRun() {
   chunks_.forget();
   frameless_.clear();
   packetsNoted_ = 0;
-  awaitsFrame_ = false;
+  awaitsFrame_ = holdsAnchor_ = false;
   highestDts_ = std::numeric_limits<std::int64_t>::min();
   timesDoubtful_ = untimed_ = lastSkipped_ = false;
   lastPlace_.reset();
@@ -160,6 +160,15 @@ void FrameRun::leavePlaceEmpty() {
   if (!std::exchange(awaitsFrame_, false) || rules_.isIntraOnly) return;
   if (decoder_->threading() == FrameDecoder::Threading::frames) return;
   if (framesSeen_ < static_cast<std::int64_t>(places_.size())) places_.erase(places_.begin() + framesSeen_);
+}
+
+// In an AVI file: the decoder wants another packet although it could have given a frame for the last one. MPEG-4's
+// gives one for each packet but the first, and passes over what leans on a frame that is lost without a word.
+bool FrameRun::isFrameMissing() {
+  if (!awaitsFrame_) return false;
+  if (decoder_->givesAtOnce()) return true;
+  if (packets_.codec() != AV_CODEC_ID_MPEG4) return false;
+  return decoder_->heldBack() == 0 || std::exchange(holdsAnchor_, true);
 }
 
 void FrameRun::noteRefused() {
@@ -355,12 +364,13 @@ FrameRun::Pull FrameRun::pull(std::int64_t place, std::shared_ptr<const Frame>* 
         *frame = accept(*decoded);
         return *frame ? Pull::frame : Pull::failed;
       case FrameDecoder::Status::needsPacket:
-        if (decoder_->givesAtOnce()) leavePlaceEmpty();
+        if (isFrameMissing()) leavePlaceEmpty();
         if (!feed(place)) return Pull::failed;
         break;
       case FrameDecoder::Status::end:
         if (std::exchange(betweenSequences_, false)) {
           decoder_->flush();
+          holdsAnchor_ = false;
           break;
         }
         if (!packets_.failure().empty()) return Pull::failed;

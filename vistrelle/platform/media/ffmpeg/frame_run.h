@@ -111,6 +111,7 @@ class FrameRun {
   void noteNewPackets();
   void noteRefused();
   void leavePlaceEmpty();
+  bool isFrameMissing();
   bool maySkip(const AVPacket& packet, std::int64_t place) const;
   std::int64_t placeOfNumber(std::int64_t number) const;
   bool isWanted(std::int64_t number, std::int64_t place) const;
@@ -154,6 +155,7 @@ class FrameRun {
   std::set<std::int64_t> frameless_;  // with gaps: numbers of packets that hold no frame
   std::int64_t packetsNoted_ = 0;
   bool awaitsFrame_ = false;  // the packet fed last holds one, and none has come out since
+  bool holdsAnchor_ = false;  // the decoder has taken the frame that it holds back
   std::int64_t highestDts_ = 0;
   bool timesDoubtful_ = false;  // the order of the packets does not prove anything
   bool untimed_ = false;        // some packets have no presentation time

@@ -100,10 +100,11 @@ class Scanner {
     return stretches.back();
   }
 
-  // libavformat takes a clock that goes far back for one that has gone through its 33 bits.
+  // Less than half a second may be a guess at what a packet does not state. libavformat takes a clock that goes far
+  // back for one that has gone through its 33 bits.
   static bool isBackwards(std::int64_t former, std::int64_t dts) {
     constexpr std::int64_t kHalfClock = std::int64_t{1} << 32;
-    return dts < former || av_sat_sub64(dts, former) > kHalfClock;
+    return av_sat_sub64(former, dts) > kClockSecond / 2 || av_sat_sub64(dts, former) > kHalfClock;
   }
 
   bool startsAgain(const Stretch& former, const AVPacket& packet) const {
