@@ -137,7 +137,11 @@ class Patches : public ::testing::Test {
     const RunResult run =
         runTool({"-i", movie, "-o", out, "-w", std::to_string(kWidth), "-h", std::to_string(height), "-tc", "0", "-y"});
     EXPECT_EQ(run.status, 0) << movie << " " << extension << run.error;
-    return platform::Picture::load(out);
+    if (extension != "pdf") return platform::Picture::load(out);
+    // What a reader shows of the page, one pixel a point, its colour profile applied.
+    const RunResult page = runProgram({"pdftoppm", "-r", "72", "-png", "-singlefile", out, folder.file("page")});
+    EXPECT_EQ(page.status, 0) << page.error;
+    return platform::Picture::load(folder.file("page.png"));
   }
 
   static std::array<int, 4> middleOf(const platform::Bitmap& raster, std::size_t patch) {
@@ -164,7 +168,7 @@ class Patches : public ::testing::Test {
   ScratchFolder folder;
 };
 
-const std::vector<std::string> kEveryFormat{"png", "tif", "bmp", "gif", "jp2", "jpg"};
+const std::vector<std::string> kEveryFormat{"png", "tif", "bmp", "gif", "jp2", "pdf", "jpg"};
 
 std::vector<std::string> tagsOf(const Coding& coding) {
   if (!coding.isTagged) return {};
@@ -247,6 +251,40 @@ TEST_F(Patches, TagsOfRealContainers) {
   }
 }
 
+TEST_F(Patches, TagsThatContradictEachOtherOrAreReserved) {
+  Coding coding;
+  const auto made = [&](const std::string& name, const std::vector<std::string>& options) {
+    std::vector<std::string> command{"-c:v", "libx264", "-qp", "0", "-preset", "ultrafast"};
+    command.insert(command.end(), options.begin(), options.end());
+    return encode(rawFrame(coding), coding.layout, coding.height, name, command);
+  };
+  // The stream says BT.601, its container BT.709: the stream counts.
+  coding.matrix = 6;
+  std::string bytes = readFile(made("contradictory.mov", {"-colorspace", "smpte170m", "-color_primaries", "smpte170m",
+                                                          "-color_trc", "smpte170m", "-movflags", "write_colr"}));
+  const std::size_t colr = bytes.find("colr");
+  ASSERT_NE(colr, std::string::npos);
+  for (std::size_t at = colr + 8; at < colr + 14; at += 2) bytes.replace(at, 2, std::string("\0\1", 2));
+  expectPatches(folder.write("contradictory.mov", bytes), coding.height, {"png"}, "stream before container");
+  // A matrix that is reserved, or RGB's although there is luma, is none: by the lines.
+  for (const std::string matrix : {"3", "0", "200"}) {
+    for (const int height : {160, 720}) {
+      coding.height = height;
+      coding.matrix = height >= 720 ? 1 : 6;
+      const std::string movie = made("reserved.mkv", {"-bsf:v", "h264_metadata=matrix_coefficients=" + matrix});
+      expectPatches(movie, height, {"png"}, "matrix " + matrix + ", lines " + std::to_string(height));
+    }
+  }
+  // JPEG's own layout is full range, whatever its container says.
+  coding = Coding{};
+  coding.layout = "yuvj420p";
+  coding.matrix = 6;
+  coding.fullRange = true;
+  const std::string jpeg = encode(rawFrame(coding), coding.layout, coding.height, "jpeg.mkv",
+                                  {"-c:v", "mjpeg", "-q:v", "1", "-color_range", "tv", "-strict", "-1"});
+  expectPatches(jpeg, coding.height, {"jpg"}, "JPEG's range");
+}
+
 TEST_F(Patches, RgbPaletteAndGray) {
   const std::string raw = rawRgb(160);
   for (const auto& [name, codec, layout] : std::vector<std::array<std::string, 3>>{{"rgb.mov", "png", "rgb24"},
@@ -302,7 +340,7 @@ TEST_F(Patches, AlphaIsKeptWhereTheFormatHasItAndBlackElsewhere) {
                    "50M", "-pix_fmt", "yuva420p", "-auto-alt-ref", "0"},
                   5}}) {
     const std::string movie = encode(raw, "rgba", 160, kind.name, kind.options);
-    for (const std::string format : {"png", "tif", "bmp", "jpg"}) {
+    for (const std::string format : {"png", "tif", "bmp", "jp2", "pdf", "jpg"}) {
       const auto picture = shoot(movie, format, 160);
       ASSERT_TRUE(picture && picture->bitmap()) << kind.name << " " << format;
       const bool keepsAlpha = format == "png" || format == "tif";
