@@ -12,6 +12,7 @@ import time
 import unittest
 
 COMPLETIONS = pathlib.Path(sys.argv[1]).resolve() / "packaging/completions"
+BATCH_OPTIONS = {f"--{name}" for name in "jobs memory timeout report resume verbose help version".split()}
 OPTIONS = {"-i", "-o", "-w", "-h", "-tc", "-y", "-v"}
 
 
@@ -32,11 +33,11 @@ class Folder(unittest.TestCase):
 class Bash(Folder):
     shell = "bash"
 
-    def complete(self, *words):
+    def complete(self, *words, program="vistrelle"):
         script = ('source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); '
-                  '$(complete -p vistrelle | sed "s/.*-F \\([^ ]*\\).*/\\1/"); printf "%s\\n" "${COMPREPLY[@]}"')
+                  '$(complete -p "$1" | sed "s/.*-F \\([^ ]*\\).*/\\1/"); printf "%s\\n" "${COMPREPLY[@]}"')
         script = script.replace("$(complete", "eval $(complete")
-        done = subprocess.run(["bash", "--norc", "-c", script, "bash", COMPLETIONS / "bash/vistrelle", "vistrelle",
+        done = subprocess.run(["bash", "--norc", "-c", script, "bash", COMPLETIONS / "bash" / program, program,
                                *words], cwd=self.folder, capture_output=True, text=True)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return set(done.stdout.splitlines()) - {""}
@@ -69,6 +70,13 @@ class Bash(Folder):
         self.assertEqual(self.complete("-tc", "-"), set())
 
 
+    def test_batch(self):
+        self.assertEqual(self.complete("-", program="vistrelle-batch"), BATCH_OPTIONS)
+        self.assertEqual(self.complete("--memory", "1", program="vistrelle-batch"), {"1G"})
+        self.assertEqual(self.complete("no", program="vistrelle-batch"), {"notes.txt"})
+        self.assertEqual(self.complete("--report", "fi", program="vistrelle-batch"), {"film.mov", "filler.txt"})
+
+
 class Fish(Folder):
     shell = "fish"
 
@@ -77,7 +85,7 @@ class Fish(Folder):
         home.mkdir(exist_ok=True)
         self.addCleanup(shutil.rmtree, home, True)
         done = subprocess.run(["fish", "--no-config", "-c", 'source $argv[1]; complete -C $argv[2]',
-                               COMPLETIONS / "fish/vistrelle.fish", line], cwd=self.folder, capture_output=True,
+                               COMPLETIONS / f"fish/{line.split()[0]}.fish", line], cwd=self.folder, capture_output=True,
                               text=True, env={**os.environ, "HOME": str(home), "TERM": "dumb"})
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return {found.split("\t")[0] for found in done.stdout.splitlines()}
@@ -95,6 +103,11 @@ class Fish(Folder):
     def test_sizes_and_times(self):
         self.assertEqual(self.complete("vistrelle -w 19"), {"1920"})
         self.assertEqual(self.complete("vistrelle -tc "), set())
+
+
+    def test_batch(self):
+        self.assertEqual(self.complete("vistrelle-batch --"), BATCH_OPTIONS)
+        self.assertEqual(self.complete("vistrelle-batch no"), {"notes.txt"})
 
 
 class Zsh(Folder):
@@ -162,6 +175,10 @@ class Zsh(Folder):
 
     def test_sizes(self):
         self.assertEqual(self.complete("vistrelle -w 19"), "vistrelle -w 1920 ")
+
+    def test_batch(self):
+        self.assertEqual(self.complete("vistrelle-batch --ti"), "vistrelle-batch --timeout=")
+        self.assertEqual(self.complete("vistrelle-batch no"), "vistrelle-batch notes.txt ")
 
 
 if __name__ == "__main__":
