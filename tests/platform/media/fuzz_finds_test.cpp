@@ -20,5 +20,15 @@ TEST(FuzzFinds, AnOggSoundThatEndsWithinItsLastBlockIsNotHoursLong) {
   EXPECT_EQ(movie->duration(), platform::MediaTime::make(8833, 22050));
 }
 
+TEST(FuzzFinds, ColoursThatNobodyKnowsAreUnspecified) {
+  const auto movie = loaded(findIn("movie", "unknown_colours.mkv"));
+  ASSERT_TRUE(movie);
+  const auto generator = movie->makeImageGenerator();
+  ASSERT_TRUE(generator);
+  const auto result = generator->copyFrame(platform::MediaTime::zero());
+  ASSERT_TRUE(result.picture) << result.error;
+  EXPECT_EQ(result.picture->planar()->colour.primaries, 2);
+}
+
 }  // namespace
 }  // namespace vistrelle::testing

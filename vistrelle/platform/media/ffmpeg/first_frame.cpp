@@ -1,6 +1,7 @@
 #include "vistrelle/platform/media/ffmpeg/first_frame.h"
 
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
+#include "vistrelle/platform/media/ffmpeg/known_colours.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -33,6 +34,7 @@ std::shared_ptr<const FirstFrame> readFirstFrame(Demuxer& demuxer, int streamInd
     ++packets;
     avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());  // refused ones are followed by better ones
     if (avcodec_receive_frame(decoder.get(), first->frame.get()) >= 0) {
+      keepKnownColours(*first->frame);
       first->profile = decoder->profile;
       return first;
     }

@@ -9,6 +9,7 @@ extern "C" {
 #include "vistrelle/platform/imaging/processors.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
+#include "vistrelle/platform/media/ffmpeg/known_colours.h"
 
 namespace vistrelle::platform {
 
@@ -80,7 +81,10 @@ bool FrameDecoder::send(const AVPacket* packet, bool skipNonReference) {
 
 FrameDecoder::Status FrameDecoder::receive(AVFrame& frame) {
   const int status = avcodec_receive_frame(context_.get(), &frame);
-  if (status >= 0) return Status::frame;
+  if (status >= 0) {
+    keepKnownColours(frame);
+    return Status::frame;
+  }
   if (status == AVERROR(EAGAIN)) return Status::needsPacket;
   return status == AVERROR_EOF ? Status::end : Status::error;
 }
