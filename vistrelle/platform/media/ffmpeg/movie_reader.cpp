@@ -5,6 +5,7 @@
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ffmpeg/decoder_check.h"
+#include "vistrelle/platform/media/ffmpeg/known_colours.h"
 #include "vistrelle/platform/media/ffmpeg/mov_facts.h"
 #include "vistrelle/platform/media/ffmpeg/movie_metadata_facts.h"
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
@@ -90,6 +91,7 @@ bool MovieReader::listStreams() {
     numbers.insert(facts.trackId);
     facts.parameters.reset(avcodec_parameters_alloc());
     if (!facts.parameters || avcodec_parameters_copy(facts.parameters.get(), stream.codecpar) < 0) return false;
+    keepKnownColours(*facts.parameters);
     // Matroska's AlphaMode: the packets carry a second picture, the alpha plane of the first.
     const AVDictionaryEntry* alpha = av_dict_get(stream.metadata, "alpha_mode", nullptr, 0);
     if (alpha != nullptr && std::string_view(alpha->value) == "1") facts.parameters->format = AV_PIX_FMT_YUVA420P;
