@@ -249,7 +249,7 @@ class Batch {
     };
     if (isTerminal_) atMost(kDrawMilliseconds);
     if (next_ && pool_.hasRoom() && !isBlocked(*next_)) atMost(kRetryMilliseconds);  // for a process to be had
-    if (isStopping()) {
+    if (stopSignal_ != 0) {
       atMost(std::chrono::ceil<std::chrono::milliseconds>(cancelAt_ - Clock::now()).count());
     }
     return left;
