@@ -43,6 +43,20 @@ const mov::Track* trackOf(const mov::MovieHeader& header, const Demuxer& demuxer
   return nullptr;
 }
 
+/// Whether the header states far more samples than the file has bytes for. The demuxer makes a table entry of 24 bytes
+/// of each, so that a file of a kilobyte could fill hundreds of megabytes. The first four million (18 hours of 60 a
+/// second) are always allowed, for files that are cut off behind their header and samples that lie in other files; so
+/// is sound of one tick a sample, which lies in chunks that the demuxer keeps as they are.
+bool claimsSamplesWithoutBytes(const mov::MovieHeader& header, std::int64_t size) {
+  constexpr std::uint64_t kAlwaysAllowed = 4 << 20;
+  std::uint64_t samples = 0;
+  for (const mov::Track& track : header.tracks) {
+    const bool liesInChunks = track.handler == mov::fourCc("soun") && track.samples.sampleDuration == 1;
+    if (!liesInChunks) samples += track.samples.count;
+  }
+  return samples > kAlwaysAllowed + static_cast<std::uint64_t>(size);
+}
+
 /// How long so many frames last where the container states no times; 0 without a frame rate.
 std::int64_t ticksOfFrames(const AVStream& stream, std::int64_t count) {
   const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
@@ -58,6 +72,11 @@ MovieReader::MovieReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Inte
 }
 
 std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
+  readMovHeader();
+  if (header_ && claimsSamplesWithoutBytes(*header_, source_->bytes_->size())) {
+    if (error != nullptr) *error = "more samples are stated than the file has room for";
+    return nullptr;
+  }
   source_->first_ = Demuxer::open(source_->bytes_, source_->interrupt_, true, error);
   if (!source_->first_) return nullptr;
   source_->isMovFamily_ = source_->first_->isMovFamily();
@@ -67,7 +86,8 @@ std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
     return nullptr;
   };
   if (!listStreams()) return fail(AVERROR(ENOMEM));
-  if (source_->isMovFamily_) readMovHeader();
+  if (!source_->isMovFamily_) header_.reset();
+  if (header_) useMovFacts(*header_);
   noteStreams();
   if (!hasSampleFacts_ && !usePacketFacts()) return fail(AVERROR_EXIT);
   checkProtection();
@@ -106,7 +126,6 @@ void MovieReader::readMovHeader() {
   header_ = mov::readMovieHeader(source.bytes_->size(), [&source](std::int64_t offset, std::span<std::uint8_t> buffer) {
     return source.interrupt_->isDue() ? -1 : source.bytes_->readAt(offset, buffer);
   });
-  if (header_) useMovFacts(*header_);
 }
 
 void MovieReader::useMovFacts(const mov::MovieHeader& header) {
