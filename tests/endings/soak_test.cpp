@@ -1,6 +1,6 @@
 // Very many pictures from mixed movies in one process: memory, descriptors, threads and children stay what they were.
 // VISTRELLE_LONG=1: 10,000 pictures, else 300; the seed is printed.
-#include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -59,12 +59,22 @@ std::size_t entriesIn(const char* folder) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
+/// The line that tells of a process; empty when it has gone meanwhile.
+std::string statOf(const fs::path& process) {
+  const int file = ::open((process / "stat").c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return {};
+  char text[1024];
+  const ssize_t count = ::read(file, text, sizeof text);
+  ::close(file);
+  return count > 0 ? std::string(text, static_cast<std::size_t>(count)) : std::string();
+}
+
 /// The processes that descend from this one.
 std::vector<pid_t> descendants() {
   std::multimap<pid_t, pid_t> childrenOf;
   for (const auto& entry : fs::directory_iterator("/proc")) {
     if (std::atol(entry.path().filename().c_str()) == 0) continue;
-    const std::string stat = readFile(entry.path().string() + "/stat");  // proc(5): pid (name) state parent
+    const std::string stat = statOf(entry.path());  // proc(5): pid (name) state parent
     const std::size_t name = stat.rfind(')');
     if (name == std::string::npos) continue;
     char state = 0;
