@@ -68,6 +68,14 @@ TEST(DarPar, TheSubMultipleShrinksTermsAboveThreeTimesItself) {
   EXPECT_TRUE(record.has("la_Array2 1         = (\n    187,\n    125\n)"));
 }
 
+TEST(DarPar, BothTermsMustExceedThreeTimesTheSubMultiple) {
+  RecordingLog record;
+  // 61 does, 50 does not.
+  EXPECT_EQ(qtDarPar(1220, 1000, 1000, 1000), (Texts{"61:50", "61:50"}));
+  EXPECT_TRUE(record.has("modInt              = 20"));
+  EXPECT_FALSE(record.hasContaining("la_Array2 1"));
+}
+
 TEST(DarPar, TheDistanceToTheUsualRatiosIsSinglePrecision) {
   // Rounded to single precision these lie nearer than the limit; in double precision they do not.
   EXPECT_EQ(ratios(1350, 1000, 1350, 1000)[0], "4:3");

@@ -131,6 +131,8 @@ TEST_F(RealMovies, ImxShowsItsCleanApertureOnly) {
   Texts arguments = patternInput("720x608", "25", "0.2");
   arguments.back() += ",setsar=16/15";
   const std::string made = clip("made.mov", arguments + Texts{"-c:v", "mpeg2video", "-g", "1", "-tag:v", "mx5p"});
+  // Written without the lines above the picture being counted, and without an aperture.
+  EXPECT_EQ(geometry(made), "768x576 720x608 4:3 9:8");
   MovieBytes bytes(made);
   bytes.overwrite(bytes.find("mx5p") + 30, bigEndian(608, 2));  // the height: all lines, as recorders write it
   bytes.append({"moov", "trak", "mdia", "minf", "stbl", "stsd", "mx5p"}, testing::clapBox(720, 576, 0, 16));

@@ -16,6 +16,9 @@ namespace vistrelle::platform {
 
 namespace {
 
+// SMPTE 356M: the lines of vertical blanking that are recorded with the picture.
+constexpr int kBlankingLines = 32;
+
 double valueOf(const mov::Fraction& fraction) {
   return fraction.denominator == 0 ? 0 : static_cast<double>(fraction.numerator) / fraction.denominator;
 }
@@ -105,6 +108,10 @@ PlanarImage planarImage(const std::shared_ptr<const AVFrame>& frame, const Frame
   image.visible = {0, 0, static_cast<double>(frame->width), static_cast<double>(frame->height)};
   if (mode == ApertureMode::cleanAperture && shape.cleanAperture) {
     image.visible = visibleRect(*shape.cleanAperture, frame->width, frame->height);
+  } else if (mode == ApertureMode::cleanAperture && shape.linesBelowBlanking > 0 &&
+             frame->height == shape.linesBelowBlanking + kBlankingLines) {
+    image.visible.y = kBlankingLines;
+    image.visible.height = shape.linesBelowBlanking;
   }
   image.colour = coloursOf(*frame, image.layout, shape.colour);
   image.chromaLocation = frame->chroma_location;

@@ -16,6 +16,7 @@ struct FrameShape {
   std::optional<mov::CleanAperture> cleanAperture;
   AVRational pixelAspect{0, 1};            ///< the container's; 0/1 for none
   std::optional<Orientation> orientation;  ///< nothing when the container states none
+  int linesBelowBlanking = 0;              ///< where frames may have 32 lines of blanking above so many of picture
   ColourTags colour;                       ///< the container's, for what the frame leaves open
 };
 
