@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -206,6 +207,49 @@ TEST(UserDefaults, ChangeThatCannotBeWrittenIsTriedAgainWithTheNext) {
   defaults->set("second", 2);
   EXPECT_FALSE(defaults->hasUnappliedChanges());
   EXPECT_EQ(fileDefaults(path)->object("first"), Value(1));
+  EXPECT_EQ(fileDefaults(path)->object("second"), Value(2));
+}
+
+void expectNotStored(UserDefaults& defaults, const std::string& path, const std::string& why) {
+  const std::string old = readFile(path);
+  const RecordingLog log;
+  defaults.set("long", std::string(100'000, 'x'));
+  EXPECT_TRUE(log.has("preferences         :-( '" + path + "' cannot be written: " + why)) << log.lines().back();
+  EXPECT_TRUE(defaults.hasUnappliedChanges());
+  EXPECT_EQ(readFile(path), old);
+  EXPECT_LE(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 2);  // the lock beside it
+}
+
+TEST(UserDefaults, OnAFullDiskTheOldFileStays) {
+  if (!testing::canMount()) GTEST_SKIP() << "a mount of one's own is not possible here";
+  const ScratchFolder scratch;
+  EXPECT_TRUE(testing::inChild([&] {
+    ASSERT_TRUE(testing::mountScratch(scratch.path().c_str(), "size=64k"));
+    const auto defaults = fileDefaults(scratch.file("a.plist"));
+    defaults->set("key", 1);
+    expectNotStored(*defaults, scratch.file("a.plist"), "No space left on device");
+  }));
+}
+
+TEST(UserDefaults, BeyondTheSizeLimitTheOldFileStaysAndTheProcessToo) {
+  const ScratchFolder scratch;
+  EXPECT_TRUE(testing::inChild([&] {
+    const auto defaults = fileDefaults(scratch.file("a.plist"));
+    defaults->set("key", 1);
+    const rlimit limit{10'000, 10'000};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    expectNotStored(*defaults, scratch.file("a.plist"), "File too large");
+  }));
+}
+
+TEST(UserDefaults, AFolderThatWasRemovedIsMadeAgain) {
+  const ScratchFolder scratch;
+  const auto path = scratch.file("config/a.plist");
+  const auto defaults = fileDefaults(path);
+  defaults->set("first", 1);
+  fs::remove_all(scratch.file("config"));
+  defaults->set("second", 2);
+  EXPECT_FALSE(defaults->hasUnappliedChanges());
   EXPECT_EQ(fileDefaults(path)->object("second"), Value(2));
 }
 
