@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,7 +87,6 @@ TEST_F(Writing, inPlaceWhereNoSpaceCanBeReserved) {
       ASSERT_EQ(0, files->writeInPlace(other + "/old", bytesOf(content)).code());
       EXPECT_EQ(content, readFile(other + "/old"));
     }
-    ::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{15'000, 15'000};
     ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
     EXPECT_EQ(EFBIG, files->writeInPlace(other + "/old", bytesOf(large)).code());
@@ -102,7 +100,6 @@ TEST_F(Writing, inPlaceWhereNoSpaceCanBeReserved) {
 TEST_F(Writing, inPlaceBeyondTheSizeLimitLeavesTheOldFileOrNone) {
   const std::string old = scratch.write("old", "old content");
   EXPECT_TRUE(inChild([&] {
-    ::signal(SIGXFSZ, SIG_IGN);
     const rlimit limit{1000, 1000};
     ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &limit));
     EXPECT_EQ(EFBIG, files->writeInPlace(scratch.file("new"), bytesOf(large)).code());
