@@ -7,6 +7,7 @@ Needs root and the packages openssh-server, parallel, slurmctld, slurmd, slurm-c
 not met is skipped and says so; VISTRELLE_RECIPES_REQUIRED=1 makes that a failure.
 """
 import collections
+import fcntl
 import json
 import os
 import pathlib
@@ -153,6 +154,15 @@ class OnePiece(Recipes):
         self.assertEqual(run(), 0)  # done is done
         self.assertEqual(len((self.folder / "fake.calls").read_text().splitlines()), 5)
 
+    def test_a_piece_has_one_machine(self):
+        piece = self.piece("{}\n")
+        with open(piece + ".lock", "w") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            environment = dict(self.environment, VISTRELLE_WAIT="0.2")
+            self.assertEqual(subprocess.run([RECIPES / "do-piece", piece], env=environment,
+                                            stderr=subprocess.DEVNULL).returncode, 75)
+        self.assertFalse((self.pieces / "000000.report").exists())
+
     def test_cutting_goes_on_with_the_same_list_only(self):
         listed = self.write_list(12)
         cut = lambda: subprocess.run([RECIPES / "cut-list", listed, self.pieces, "5"], capture_output=True, text=True)
@@ -198,14 +208,14 @@ class OverSsh(Recipes):
     def test_two_hosts_and_one_dies(self):
         for number in range(2):
             self.start_host(number)
-        listed = self.write_list(24, 2)
+        listed = self.write_list(40, 2)
         run = self.run_list(listed)
         wait_until(lambda: self.done() >= 2 and self.some_at_work(), "jobs at work")
         self.hosts[0].die()
-        self.assertLess(self.done(), 24)  # in the middle
+        self.assertLess(self.done(), 40)  # in the middle
         _, words = run.communicate(timeout=LIMIT)
         self.assertEqual(run.returncode, 1, words)  # two movies are not there
-        self.check(24, 2)
+        self.check(40, 2)
         log = (self.pieces / "parallel.log").read_text()
         self.assertIn("worker1", log)
 
