@@ -10,6 +10,7 @@ namespace vistrelle::platform::mov {
 bool FileBoxes::readFully(std::int64_t offset, std::span<std::uint8_t> buffer) {
   while (!buffer.empty()) {
     const std::int64_t count = readAt_(offset, buffer);
+    if (count < 0) failed_ = true;
     if (count <= 0 || count > std::ssize(buffer)) return false;
     buffer = buffer.subspan(static_cast<std::size_t>(count));
     offset += count;
@@ -20,7 +21,7 @@ bool FileBoxes::readFully(std::int64_t offset, std::span<std::uint8_t> buffer) {
 std::optional<FileBox> FileBoxes::next() {
   std::array<std::uint8_t, 16> bytes{};
   const std::int64_t present = std::min<std::int64_t>(size_ - offset_, bytes.size());
-  if (present < 8) return std::nullopt;
+  if (failed_ || present < 8 || boxesLeft_-- == 0) return std::nullopt;
   const std::span<std::uint8_t> head(bytes.data(), static_cast<std::size_t>(present));
   if (!readFully(offset_, head)) return std::nullopt;
   Cursor cursor(head);
@@ -44,7 +45,10 @@ std::optional<FileBox> FileBoxes::next() {
 
 std::optional<std::vector<std::uint8_t>> FileBoxes::load(const FileBox& box) {
   const std::int64_t length = box.end - box.content;
-  if (length > left_) return std::nullopt;
+  if (length > left_) {
+    failed_ = true;
+    return std::nullopt;
+  }
   left_ -= length;
   std::vector<std::uint8_t> content(static_cast<std::size_t>(length));
   if (!readFully(box.content, content)) return std::nullopt;

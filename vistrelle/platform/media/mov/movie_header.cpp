@@ -1,10 +1,9 @@
 #include "vistrelle/platform/media/mov/movie_header.h"
 
-#include <algorithm>
-#include <array>
 #include <new>
 
 #include "vistrelle/platform/media/mov/box_reader.h"
+#include "vistrelle/platform/media/mov/file_boxes.h"
 #include "vistrelle/platform/media/mov/metadata_reader.h"
 #include "vistrelle/platform/media/mov/track_reader.h"
 #include "vistrelle/platform/text/encoding.h"
@@ -13,86 +12,27 @@ namespace vistrelle::platform::mov {
 namespace {
 
 constexpr std::int64_t kMaxLoadedBytes = std::int64_t{64} << 20;  // of all boxes together
-constexpr int kMaxTopLevelBoxes = 1 << 20;
 constexpr std::size_t kMaxTracks = 100;
 
 /// Walks the boxes of a file and loads those that say something about samples.
 class FileReader {
  public:
-  FileReader(std::int64_t size, const ReadAt& readAt) : size_(size), readAt_(readAt) {}
+  FileReader(std::int64_t size, const ReadAt& readAt) : file_(size, readAt, kMaxLoadedBytes) {}
 
   std::optional<MovieHeader> read();
 
  private:
-  struct FileBox {
-    FourCc type = 0;
-    std::int64_t content = 0;
-    std::int64_t end = 0;
-  };
-  std::optional<FileBox> boxAt(std::int64_t offset);
-  bool readFully(std::int64_t offset, std::span<std::uint8_t> buffer);
-  std::optional<std::vector<std::uint8_t>> load(const FileBox& box);
   void readMovie(std::span<const std::uint8_t> content);
   void readFragmentDefaults(std::span<const std::uint8_t> content);
   void noteChapterLanguages();
   void readFragment(std::span<const std::uint8_t> content);
 
-  std::int64_t size_;
-  const ReadAt& readAt_;
-  std::int64_t loaded_ = 0;
-  bool failed_ = false;
+  FileBoxes file_;
   bool hasMovie_ = false;
   bool hasChapterList_ = false;
   MovieHeader header_;
   std::vector<OpenTrack> tracks_;
 };
-
-bool FileReader::readFully(std::int64_t offset, std::span<std::uint8_t> buffer) {
-  while (!buffer.empty()) {
-    const std::int64_t count = readAt_(offset, buffer);
-    if (count < 0) failed_ = true;
-    if (count <= 0 || count > std::ssize(buffer)) return false;
-    buffer = buffer.subspan(static_cast<std::size_t>(count));
-    offset += count;
-  }
-  return true;
-}
-
-/// 14496-12, 4.2. A box that reaches beyond the end of the file is cut to it.
-std::optional<FileReader::FileBox> FileReader::boxAt(std::int64_t offset) {
-  std::array<std::uint8_t, 16> bytes{};
-  const std::int64_t present = std::min<std::int64_t>(size_ - offset, bytes.size());
-  if (present < 8) return std::nullopt;
-  const std::span<std::uint8_t> head(bytes.data(), static_cast<std::size_t>(present));
-  if (!readFully(offset, head)) return std::nullopt;
-  Cursor cursor(head);
-  std::uint64_t size = cursor.u32();
-  FileBox box;
-  box.type = cursor.u32();
-  std::int64_t headerBytes = 8;
-  if (size == 1) {
-    size = cursor.u64();
-    headerBytes = 16;
-  }
-  const auto room = static_cast<std::uint64_t>(size_ - offset);
-  if (size == 0) size = room;
-  if (!cursor.isGood() || size < static_cast<std::uint64_t>(headerBytes)) return std::nullopt;
-  box.content = offset + headerBytes;
-  box.end = offset + static_cast<std::int64_t>(std::min(size, room));
-  return box;
-}
-
-std::optional<std::vector<std::uint8_t>> FileReader::load(const FileBox& box) {
-  const std::int64_t length = box.end - box.content;
-  if (length > kMaxLoadedBytes - loaded_) {
-    failed_ = true;
-    return std::nullopt;
-  }
-  loaded_ += length;
-  std::vector<std::uint8_t> content(static_cast<std::size_t>(length));
-  if (!readFully(box.content, content)) return std::nullopt;
-  return content;
-}
 
 void FileReader::readFragmentDefaults(std::span<const std::uint8_t> content) {
   BoxList boxes(content);
@@ -153,21 +93,17 @@ void FileReader::noteChapterLanguages() {
 }
 
 std::optional<MovieHeader> FileReader::read() {
-  std::int64_t offset = 0;
-  for (int count = 0; offset < size_ && count < kMaxTopLevelBoxes && !failed_; ++count) {
-    const std::optional<FileBox> box = boxAt(offset);
-    if (!box) break;
+  while (const std::optional<FileBox> box = file_.next()) {
     const bool isMovie = box->type == fourCc("moov") && !hasMovie_;
     // Fragments mean nothing without the movie box before them.
     if (isMovie || (box->type == fourCc("moof") && hasMovie_)) {
-      const auto content = load(*box);
+      const auto content = file_.load(*box);
       if (content && isMovie) readMovie(*content);
       if (content && !isMovie) readFragment(*content);
       hasMovie_ = hasMovie_ || content.has_value();
     }
-    offset = box->end;
   }
-  if (failed_ || !hasMovie_) return std::nullopt;
+  if (file_.hasFailed() || !hasMovie_) return std::nullopt;
   noteChapterLanguages();
   for (OpenTrack& track : tracks_) {
     track.facts.samples = track.span.facts();
