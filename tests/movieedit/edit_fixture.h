@@ -10,13 +10,11 @@
 #include <utility>
 #include <vector>
 
+#include "tests/movieedit/clean_slots.h"
 #include "tests/support/fake_movie.h"
 #include "tests/support/recording_log.h"
-#include "tests/support/scratch_folder.h"
-#include "vistrelle/movie/loader.h"
 #include "vistrelle/platform/files/path.h"
 #include "vistrelle/platform/media/export/export_session.h"
-#include "vistrelle/system/tmp_folder.h"
 
 namespace vistrelle::testing {
 
@@ -74,25 +72,10 @@ class FakeExportLibrary : public platform::ExportLibrary {
   std::vector<std::shared_ptr<ExportRecord>> records;
 };
 
-/// Empty slots, movies of the test's own, exports that are only recorded, and a temporary folder of the test's own.
-class EditTest : public ::testing::Test {
+/// Movies of the test's own, and exports that are only recorded.
+class EditTest : public CleanSlots {
  protected:
-  EditTest() {
-    clearSlots();
-    tmpFolderSet(folder.file("private"));
-    record.clear();
-  }
-  ~EditTest() override {
-    clearSlots();
-    tmpFolderSet("");
-  }
-  static void clearSlots() {
-    MYMOVIEset(nullptr);
-    MYMOVIEpathSet(std::nullopt);
-    MYMOVIEVIEWset(nullptr);
-    MYMOVIEVIEWpathSet(std::nullopt);
-    MYMOVIEEDITset(nullptr);
-  }
+  EditTest() { record.clear(); }
 
   std::string add(const std::string& name, std::shared_ptr<platform::Asset> movie) {
     const std::string path = folder.write(name, "movie");
@@ -144,7 +127,6 @@ class EditTest : public ::testing::Test {
     return true;
   }
 
-  ScratchFolder folder;
   std::shared_ptr<FakeLibrary> library = std::make_shared<FakeLibrary>();
   std::shared_ptr<FakeExportLibrary> exports = std::make_shared<FakeExportLibrary>();
   platform::Installed<platform::MediaLibrary> libraryInstalled{platform::mediaLibrary(), library};

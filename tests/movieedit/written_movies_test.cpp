@@ -7,15 +7,13 @@
 #include <filesystem>
 
 #include "tests/accuracy/numbered_frames.h"
+#include "tests/movieedit/clean_slots.h"
 #include "tests/support/recording_log.h"
-#include "tests/support/scratch_folder.h"
-#include "vistrelle/movie/loader.h"
 #include "vistrelle/movieedit/cut.h"
 #include "vistrelle/movieedit/export.h"
 #include "vistrelle/movieedit/joining.h"
 #include "vistrelle/movieedit/mux.h"
 #include "vistrelle/platform/imaging/drawing.h"
-#include "vistrelle/system/tmp_folder.h"
 
 namespace vistrelle {
 namespace {
@@ -38,24 +36,8 @@ Numbers operator+(Numbers a, const Numbers& b) {
   return a;
 }
 
-class WrittenMovies : public ::testing::Test {
+class WrittenMovies : public testing::CleanSlots {
  protected:
-  WrittenMovies() {
-    clearSlots();
-    tmpFolderSet(folder.file("private"));
-  }
-  ~WrittenMovies() override {
-    clearSlots();
-    tmpFolderSet("");
-  }
-  static void clearSlots() {
-    MYMOVIEset(nullptr);
-    MYMOVIEpathSet(std::nullopt);
-    MYMOVIEVIEWset(nullptr);
-    MYMOVIEVIEWpathSet(std::nullopt);
-    MYMOVIEEDITset(nullptr);
-  }
-
   /// A movie of 100 numbered frames, four seconds.
   static std::string numbered(const std::string& name) {
     const std::string made = (std::filesystem::current_path() / "numbered_movies").string();
@@ -113,7 +95,6 @@ class WrittenMovies : public ::testing::Test {
     return -1;
   }
 
-  ScratchFolder folder;
   std::string output = folder.file("out.mov");
   testing::RecordingLog record;
 };

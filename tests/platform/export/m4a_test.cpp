@@ -1,6 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -29,22 +27,11 @@ using testing::soundMovie;
 using testing::soundOf;
 using testing::sweep;
 
-struct Outcome {
-  bool succeeded = false;
-  std::string error;
-  std::string path;
-  double progress = 0;
-};
+using Outcome = testing::Written;
 
 Outcome exportTo(
     const std::string& path, Asset& asset, std::function<bool()> isCancelled = [] { return false; }) {
-  Outcome outcome;
-  outcome.path = path;
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const ExportControl control{[&outcome](double done) { outcome.progress = done; }, std::move(isCancelled)};
-  outcome.succeeded = writeM4a(asset, fd, control, &outcome.error);
-  ::close(fd);
-  return outcome;
+  return testing::writeTo(asset, path, &writeM4a, std::move(isCancelled));
 }
 
 class M4a : public ::testing::Test {

@@ -109,8 +109,10 @@ struct DecodedMovie {
 /// Decodes everything as any program on libav does.
 class MovieDecode {
  public:
-  /// `wantedVideo`: which of the video streams.
-  explicit MovieDecode(const std::string& path, int wantedVideo = 0) {
+  /// `wantedVideo`: which of the video streams. `formatFlags` of libavformat.
+  explicit MovieDecode(const std::string& path, int wantedVideo = 0, int formatFlags = 0) {
+    format_ = avformat_alloc_context();
+    format_->flags |= formatFlags;
     if (avformat_open_input(&format_, path.c_str(), nullptr, nullptr) < 0) {
       movie_.error = "not a movie";
       return;

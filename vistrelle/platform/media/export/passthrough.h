@@ -22,7 +22,7 @@ bool canPassThrough(const Asset& asset, std::string* reason);
 /// unchanged. False with an error text; the file's content is then worthless.
 ///
 /// Edits say every cut exactly. libavformat (5.1) honours them so: pictures exactly, but for jumps between open groups
-/// of H.264, where about one in five hundred loses a frame; uncompressed sound to the sample; coded sound to the sample
+/// of H.264, where a few in a thousand lose a frame; uncompressed sound to the sample; coded sound to the sample
 /// at the first edit, and behind it in whole packets that begin at the edit's very time: what is heard is up to a
 /// packet early there, and never adds up for readers that go by the packets' times. AC-3 and its like lose a further
 /// packet at each seam in libavformat's parser. Silent stretches between sound are real silence in the sound's own
