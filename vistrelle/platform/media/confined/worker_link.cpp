@@ -39,8 +39,13 @@ bool WorkerLink::open(std::shared_ptr<InputFile> file, const std::string& name) 
 bool WorkerLink::send(const Message& message, int descriptor) {
   if (hasFailed_) return false;
   if (worker_.channel.send(message, descriptor)) return true;
-  fail("the decoder ended: ");
+  failByItsEnd();
   return false;
+}
+
+void WorkerLink::failByItsEnd() {
+  hasDied_ = !hasFailed_;
+  fail("the decoder ended: ");
 }
 
 void WorkerLink::fail(std::string reason) {
@@ -65,7 +70,7 @@ std::optional<Message> WorkerLink::answer() {
       case Channel::Status::message:
         break;
       case Channel::Status::ended:
-        fail("the decoder ended: ");
+        failByItsEnd();
         continue;
       case Channel::Status::timeout:
         fail(wait < patience_.silence ? "the decoder took too long" : "the decoder gave no sign of life");
