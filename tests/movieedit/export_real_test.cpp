@@ -1,6 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <thread>
 
 #include "tests/support/clips.h"
 #include "tests/support/recording_log.h"
@@ -60,6 +66,42 @@ TEST_F(RealExport, AMovieWithoutSoundLeavesNoM4aAndTheOldOneAlone) {
   }
   EXPECT_EQ(readFile(old), "old");
   EXPECT_EQ(count(), 1U);
+}
+
+// The whole operation with its sibling and its move; where the kill comes depends on the machine, what is found does
+// not.
+TEST_F(RealExport, AKilledProcessLeavesTheOldMovieOrTheNewOneWhole) {
+  const std::string source = sampleMovie("v1.mp4");
+  ASSERT_TRUE(qtAvExport(open(source), folder_.file("whole.mov"), -1));
+  const std::string complete = readFile(folder_.file("whole.mov"));
+  const std::string old(5000, 'o');
+  const int rounds = std::getenv("VISTRELLE_LONG") != nullptr ? 100 : 8;
+  for (int round = 0; round < rounds; ++round) {
+    const std::string path = folder_.write("a.mov", old);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      RecordingLog log;
+      while (qtAvExport(open(source), path, -1)) {
+      }
+      std::_Exit(1);
+    }
+    std::this_thread::sleep_for(std::chrono::microseconds(2000 + 731 * round));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    // The move takes the old movie away when the new one is whole under its sibling's name.
+    bool isWhole = false;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      if (entry.path().filename() == "whole.mov") continue;
+      const std::string now = readFile(entry.path());
+      isWhole = isWhole || now == old || now == complete;
+      EXPECT_TRUE(entry.path() != path || now == old || now == complete) << now.size() << " bytes, round " << round;
+    }
+    EXPECT_TRUE(isWhole) << "round " << round;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+      if (entry.path().filename() != "whole.mov") std::filesystem::remove(entry.path());
+    }
+  }
 }
 
 TEST_F(RealExport, AMissingFolderIsAFailedExport) {
