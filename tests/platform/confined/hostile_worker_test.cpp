@@ -402,60 +402,6 @@ TEST(WorkerEnd, AFreshWorkerServesTheNextTimes) {
   EXPECT_TRUE(generator->copyFrame(times[2]).picture);
 }
 
-// A worker works on the pictures that follow, and may meet its end there.
-TEST(WorkerEnd, OverALaterPictureOfAListCostsNoEarlierOne) {
-  // Workers that end when they have been told what follows, and over one of the pictures.
-  const auto library = libraryOf([](const Channel& channel) {
-    serveOpen(channel);
-    Message message;
-    bool wasTold = false;
-    while (channel.receive(&message, -1, true) == Channel::Status::message) {
-      wasTold |= message.kind() == n(Kind::announce);
-      if (message.kind() != n(Kind::copyFrame)) continue;
-      wire::FrameRequest request;
-      if (!message.read(&request)) ::_exit(0);
-      const bool isDeadly = request.time.value == 3;
-      if (wasTold || isDeadly) ::raise(SIGSEGV);
-      const platform::UniqueFd room = roomFor(channel, aShape());
-      channel.send(Message(n(Kind::frame), aFrame()));
-    }
-  });
-  RecordingLog log;
-  const auto asset = openWith(library);
-  ASSERT_TRUE(asset);
-  const auto generator = asset->makeImageGenerator();
-  std::vector<MediaTime> times;
-  for (int i = 0; i < 6; ++i) times.push_back(MediaTime::make(i, 2));
-  generator->announce(times);
-  for (const MediaTime& time : times) {
-    const auto result = generator->copyFrame(time);
-    EXPECT_EQ(result.picture != nullptr, time.value != 3) << time.value << " " << result.error;
-    const bool isSaid = result.error.find("the decoder ended: ") != std::string::npos;
-    EXPECT_EQ(isSaid, time.value == 3) << result.error;
-  }
-  ASSERT_EQ(log.lines().size(), 1U);
-  EXPECT_TRUE(log.hasContaining("movie pictures      :-/ '" + dataFile("prog_8s.mp4") + "': the decoder ended: "));
-  EXPECT_TRUE(log.hasContaining(", from now on one at a time"));
-}
-
-TEST(WorkerEnd, InTheMiddleOfALongListIsMadeGoodOnce) {
-  const auto asset = loadedConfined(dataFile("prog_8s.mp4"));
-  ASSERT_TRUE(asset);
-  const auto generator = asset->makeImageGenerator();
-  std::vector<MediaTime> times;
-  for (int i = 0; i < 12; ++i) times.push_back(MediaTime::make(i, 2));
-  generator->announce(times);
-  ASSERT_TRUE(generator->copyFrame(times[0]).picture);
-  ASSERT_EQ(::kill(asset->movie()->workerProcess(), SIGKILL), 0);
-  int lost = 0;
-  for (std::size_t i = 1; i < times.size(); ++i) {
-    const auto result = generator->copyFrame(times[i]);
-    lost += result.picture ? 0 : 1;
-    EXPECT_EQ(result.actualTime, times[i]) << result.error;
-  }
-  EXPECT_EQ(lost, 0);
-}
-
 TEST(WorkerEnd, AWorkerThatStandsStillIsReplaced) {
   ConfinedOptions options;
   const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); }, 4000);

@@ -99,9 +99,6 @@ class Comparison {
     FrameOptions tight;
     tight.keptBytes = 0;
     tight.threads = 1;
-    FrameOptions lanes;
-    lanes.lanes = 2;
-    lanes.threads = 2;
     // Each of these decodes the whole movie once; of a large one two must do, with many threads and with one.
     ask(forwards, true, many, "forwards, announced");
     ask(backwards, true, tight, "backwards, announced, one thread, nothing kept in memory");
@@ -109,9 +106,6 @@ class Comparison {
       ask(forwards, false, one, "forwards, one thread");
       ask(some(all, all.size(), 1), true, {}, "shuffled, announced");
     }
-    std::vector<MediaTime> sparse;
-    for (std::size_t i = 0; i < forwards.size(); i += forwards.size() / costly + 1) sparse.push_back(forwards[i]);
-    ask(sparse, true, lanes, "here and there, forwards, announced");
     ask(some(all, costly, 2), false, {}, "shuffled");
     std::vector<MediaTime> fewBackwards = some(all, costly, 3);
     std::sort(fewBackwards.begin(), fewBackwards.end(), [](const auto& a, const auto& b) { return a > b; });

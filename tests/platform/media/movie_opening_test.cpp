@@ -14,7 +14,6 @@
 #include "tests/platform/media/movie_loading.h"
 #include "tests/support/recording_log.h"
 #include "tests/support/scratch_folder.h"
-#include "vistrelle/platform/media/ffmpeg/frame_generator.h"
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
 
 namespace vistrelle::testing {
@@ -320,25 +319,6 @@ TEST(MovieReferences, AliasesAreResolvedBeneathTheFolder) {
   }
   folder.write("samples.bin", data);
   EXPECT_GT(firstPacket(), 1000);
-}
-
-TEST(MovieReferences, AMovieThatRefersToAnotherFileIsReadOnceForAList) {
-  const ScratchFolder folder;
-  const std::string path =
-      folder.write("refers.mov", withReference("photo-jpeg.mov", aliasEntry("/Volumes/x/samples.bin")));
-  folder.write("samples.bin", readFile(dataFile("photo-jpeg.mov")));
-  const auto source =
-      platform::MovieSource::open(InputFile::open(path, nullptr), std::make_shared<Interrupt>(), nullptr);
-  ASSERT_TRUE(source);
-  platform::FrameOptions options;
-  options.lanes = 2;
-  const auto generator = platform::makeFrameGenerator(source, source->pictureStream(), options);
-  std::vector<platform::MediaTime> times;
-  for (int i = 0; i < 8; ++i) times.push_back(platform::MediaTime::make(i, 10));
-  generator->announce(times);
-  for (const platform::MediaTime& time : times) EXPECT_TRUE(generator->copyFrame(time).picture) << time.description();
-  EXPECT_EQ(generator->statistics().reopenings, 1);
-  EXPECT_EQ(generator->statistics().lanes, 0);
 }
 
 // ---- protection -------------------------------------------------------------------------------------

@@ -49,8 +49,6 @@ class ConfinedMovie {
   bool tellTimes(const PictureWish& wish, const std::vector<MediaTime>& times);
   FrameResult readFrame(WorkerLink& link);
   FrameResult copyFrameNow(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
-  FrameResult askForFrame(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
-  bool mayHaveEndedOverAnother(const std::vector<MediaTime>& announced);
   std::optional<Size> measure(std::int32_t track);
   void stopTalk();
 
@@ -63,7 +61,6 @@ class ConfinedMovie {
   std::mutex mutex_;  // one request at a time
   std::optional<MovieRecord> record_;
   std::vector<std::uint32_t> informed_;  // generators whose announced times the worker in use knows
-  bool isCautious_ = false;              // workers are told no times any more: see copyFrameNow()
 
   std::mutex linkMutex_;  // which link there is, for stop()
   bool isStopped_ = false;

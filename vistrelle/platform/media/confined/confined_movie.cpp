@@ -11,8 +11,6 @@ namespace {
 using wire::Kind;
 
 constexpr std::size_t kTimesOfMessage = 1000;
-// Fewer are not worked on ahead of their turn: see FrameLanes.
-constexpr std::size_t kFewestAhead = 4;
 
 std::uint32_t flag(bool value) {
   return value ? 1 : 0;
@@ -109,7 +107,7 @@ bool ConfinedMovie::tellTimes(const PictureWish& wish, const std::vector<MediaTi
 void ConfinedMovie::announce(const PictureWish& wish, const std::vector<MediaTime>& times) {
   const std::lock_guard lock(mutex_);
   // Otherwise it is told with the first request.
-  if (link_ && link_->isUsable() && !isCautious_) tellTimes(wish, times);
+  if (link_ && link_->isUsable()) tellTimes(wish, times);
 }
 
 void ConfinedMovie::drop(std::uint32_t generator) {
@@ -157,28 +155,11 @@ void ConfinedMovie::stopTalk() {
   if (link_) link_->stop();
 }
 
-// A worker that knows what comes next works on it beside what was asked for, and may meet its end there. Which of the
-// pictures it was shows when they are asked for one by one, so that each picture that can be had is had.
 FrameResult ConfinedMovie::copyFrameNow(const PictureWish& wish, const MediaTime& time,
                                         const std::vector<MediaTime>& announced) {
-  FrameResult result = askForFrame(wish, time, announced);
-  if (result.picture || !mayHaveEndedOverAnother(announced)) return result;
-  isCautious_ = true;
-  log("movie pictures      :-/ '{}': {}, from now on one at a time", name_, result.error);
-  return askForFrame(wish, time, announced);
-}
-
-bool ConfinedMovie::mayHaveEndedOverAnother(const std::vector<MediaTime>& announced) {
-  if (isCautious_ || announced.size() < kFewestAhead) return false;
-  const std::lock_guard lock(linkMutex_);
-  return !isStopped_ && link_ && link_->hasDied();
-}
-
-FrameResult ConfinedMovie::askForFrame(const PictureWish& wish, const MediaTime& time,
-                                       const std::vector<MediaTime>& announced) {
   std::string error;
   if (!ensureWorker(&error)) return failure(std::move(error));
-  const bool isInformed = isCautious_ || std::ranges::find(informed_, wish.generator) != informed_.end();
+  const bool isInformed = std::ranges::find(informed_, wish.generator) != informed_.end();
   const wire::FrameRequest request{toWire(time), wish.generator, wish.track, flag(wish.appliesTransform),
                                    static_cast<std::uint32_t>(wish.apertureMode)};
   if ((isInformed || announced.empty() || tellTimes(wish, announced)) &&

@@ -39,13 +39,8 @@ bool WorkerLink::open(std::shared_ptr<InputFile> file, const std::string& name) 
 bool WorkerLink::send(const Message& message, int descriptor) {
   if (hasFailed_) return false;
   if (worker_.channel.send(message, descriptor)) return true;
-  failByItsEnd();
-  return false;
-}
-
-void WorkerLink::failByItsEnd() {
-  hasDied_ = !hasFailed_;
   fail("the decoder ended: ");
+  return false;
 }
 
 void WorkerLink::fail(std::string reason) {
@@ -70,7 +65,7 @@ std::optional<Message> WorkerLink::answer() {
       case Channel::Status::message:
         break;
       case Channel::Status::ended:
-        failByItsEnd();
+        fail("the decoder ended: ");
         continue;
       case Channel::Status::timeout:
         fail(wait < patience_.silence ? "the decoder took too long" : "the decoder gave no sign of life");

@@ -42,8 +42,6 @@ class WorkerLink {
 
   bool isUsable() const { return !hasFailed_; }
   const std::string& failure() const { return failure_; }
-  /// Whether the worker ended before it had answered.
-  bool hasDied() const { return hasDied_; }
   /// Makes a waiting answer() end. From any thread.
   void stop() const { worker_.channel.shutDown(); }
   pid_t process() const { return worker_.process; }
@@ -56,7 +54,6 @@ class WorkerLink {
   bool grantRoom(const Message& message);
   bool grantReference(const Message& message);
   bool grantWaitingRoom();
-  void failByItsEnd();
   void fail(std::string reason);
 
   std::shared_ptr<Nursery> nursery_;
@@ -67,7 +64,6 @@ class WorkerLink {
   bool hasGreeted_ = false;
   bool hasFailed_ = false;
   bool hasEnded_ = false;
-  bool hasDied_ = false;
   int linesOfAnswer_ = 0;
   int references_ = 0;
   int waitingRooms_ = 0;

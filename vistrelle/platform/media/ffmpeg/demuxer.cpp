@@ -144,7 +144,6 @@ int Demuxer::ioOpen(AVFormatContext* context, AVIOContext** io, const char* url,
 }
 
 int Demuxer::openReference(AVFormatContext* context, AVIOContext** io, const char* url, int flags) {
-  hasAskedForReferences_ = true;
   std::string cause = "references of this kind of movie are not followed";
   std::shared_ptr<InputBytes> bytes;
   if (context->iformat != nullptr && nameListed(*context, "mov") && (flags & AVIO_FLAG_WRITE) == 0) {

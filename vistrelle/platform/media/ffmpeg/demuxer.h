@@ -43,8 +43,6 @@ class Demuxer {
   bool seeksByByte() const;
   /// Whether packets were looked at to complete the streams' facts; start times are right only then.
   bool hasStreamInfo() const { return hasStreamInfo_; }
-  /// Whether the movie refers to other files, granted or not.
-  bool hasAskedForReferences() const { return hasAskedForReferences_; }
 
   /// From now on times run on where the movie's clock starts again (null: as they are stated).
   void useClock(std::shared_ptr<const ClockPieces> clock) { clock_ = std::move(clock); }
@@ -71,7 +69,6 @@ class Demuxer {
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;
   AvPtr<AVFormatContext> context_;
   bool hasStreamInfo_ = false;
-  bool hasAskedForReferences_ = false;
   std::shared_ptr<const ClockPieces> clock_;
   std::map<int, std::int64_t> offsets_;  // of each stream's last packet; not every packet knows its position
   std::int64_t landedOffset_ = 0;        // where reading began

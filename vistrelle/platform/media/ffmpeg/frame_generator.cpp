@@ -4,10 +4,9 @@
 #include <vector>
 
 #include "vistrelle/platform/base/log.h"
-#include "vistrelle/platform/media/ffmpeg/frame_finder.h"
 #include "vistrelle/platform/media/ffmpeg/frame_geometry.h"
-#include "vistrelle/platform/media/ffmpeg/frame_lanes.h"
 #include "vistrelle/platform/media/ffmpeg/frame_rules.h"
+#include "vistrelle/platform/media/ffmpeg/frame_search.h"
 #include "vistrelle/platform/media/ffmpeg/frame_survey.h"
 
 namespace vistrelle::platform {
@@ -17,19 +16,17 @@ namespace {
 class Generator : public FrameGenerator {
  public:
   Generator(std::shared_ptr<MovieSource> source, int streamIndex, const FrameOptions& options)
-      : source_(std::move(source)), streamIndex_(streamIndex), options_(options) {}
+      : source_(std::move(source)),
+        streamIndex_(streamIndex),
+        options_(options),
+        store_(options.keptBytes, statistics_) {}
 
   void setAppliesPreferredTrackTransform(bool applies) override { appliesTransform_ = applies; }
   void setApertureMode(ApertureMode mode) override { mode_ = mode; }
-  FrameStatistics statistics() const override {
-    FrameStatistics sum = statisticsOfLanes_;
-    if (finder_) sum += finder_->statistics();
-    if (lanes_) sum += lanes_->statistics();
-    return sum;
-  }
+  FrameStatistics statistics() const override { return statistics_; }
 
   void announce(std::span<const MediaTime> times) override {
-    endLanes();
+    store_.clear();
     announced_.assign(times.begin(), times.end());
     if (timeline_) planAnnounced();
   }
@@ -39,9 +36,10 @@ class Generator : public FrameGenerator {
     if (!prepare(&error)) return failure(std::move(error));
     const std::optional<std::int64_t> place = placeOf(time);
     if (!place) return failure("the time is not a number");
-    FrameRun::Answer answer = answerFor(*place);
-    if (answer.kind != FrameRun::Answer::Kind::found) return failure(std::move(answer.error));
-    return delivered(*answer.frame, time);
+    const std::shared_ptr<const Frame> frame = frameFor(*place, &error);
+    if (const auto unneeded = plan_.consume(*place)) store_.drop(*unneeded);
+    if (!frame) return failure(std::move(error));
+    return delivered(*frame, time);
   }
 
  private:
@@ -59,26 +57,27 @@ class Generator : public FrameGenerator {
       *error = "the movie's pictures cannot be decoded";
       return false;
     }
-    finder_.emplace(source_, streamIndex_, options_);
-    FramePackets& packets = finder_->run().packets();
+    run_.emplace(source_, streamIndex_, options_, RunRules{}, plan_, statistics_);
+    FramePackets& packets = run_->packets();
     if (!packets.restart()) {
       *error = packets.failure();
       return false;
     }
     const TimesKind times = surveyTimes(*source_, streamIndex_, packets);
-    finder_->run().rules() = runRulesFor(*source_, streamIndex_, packets, times);
+    run_->rules() = runRulesFor(*source_, streamIndex_, packets, times);
     shape_ = frameShapeOf(facts, *packets.stream());
     if (lacksBaseLayer(*packets.stream())) {
       log("movie colours       :-/ Dolby Vision profile 5 has no base layer: its colours cannot be shown as meant");
     }
+    search_.emplace(*run_, plan_, store_, options_.skipsNonReference);
     if (!makeTimeline(times, error)) return false;
     planAnnounced();
     return true;
   }
 
   bool makeTimeline(TimesKind times, std::string* error) {
-    RunRules& rules = finder_->run().rules();
-    const AVRational timeBase = finder_->run().packets().stream()->time_base;
+    const RunRules& rules = run_->rules();
+    const AVRational timeBase = run_->packets().stream()->time_base;
     const std::int64_t zero = ticksNearest(source_->zero(), timeBase);
     if (!rules.isCounted) {
       timeline_ = FrameTimeline::byTicks(timeBase, zero);
@@ -90,7 +89,7 @@ class Generator : public FrameGenerator {
     }
     MediaTime first = MediaTime::zero();
     if (times != TimesKind::notStated) {
-      const FrameRun::Answer answer = finder_->search(0);
+      const FrameRun::Answer answer = search_->find(0);
       if (answer.kind != FrameRun::Answer::Kind::found) {
         *error = answer.error;
         return false;
@@ -98,7 +97,7 @@ class Generator : public FrameGenerator {
       if (answer.frame->picture->pts != AV_NOPTS_VALUE) {
         const std::int64_t firstTick = answer.frame->picture->pts;
         first = FrameTimeline::byTicks(timeBase, zero).timeOf(firstTick);
-        if (times == TimesKind::incomplete) rules.firstTick = firstTick;
+        if (times == TimesKind::incomplete) run_->rules().firstTick = firstTick;
       }
     }
     timeline_ = FrameTimeline::byCount(rules.rate, first);
@@ -110,20 +109,17 @@ class Generator : public FrameGenerator {
     for (const MediaTime& time : announced_) {
       if (const auto place = placeOf(time)) places.push_back(*place);
     }
-    lanes_ = FrameLanes::begin(source_, streamIndex_, options_, finder_->run(), places);
-    finder_->announce(std::span(places).subspan(lanes_ ? lanes_->taken() : 0));
+    plan_.announce(places);
   }
 
-  FrameRun::Answer answerFor(std::int64_t place) {
-    if (lanes_) {
-      if (auto answer = lanes_->take(place)) return std::move(*answer);
+  std::shared_ptr<const Frame> frameFor(std::int64_t place, std::string* error) {
+    if (const auto known = plan_.answerOf(place)) {
+      if (auto frame = store_.find(*known)) return frame;
+      plan_.forgetAnswers(*known);
     }
-    return finder_->find(place);
-  }
-
-  void endLanes() {
-    if (lanes_) statisticsOfLanes_ += lanes_->statistics();
-    lanes_.reset();
+    FrameRun::Answer answer = search_->find(place);
+    *error = std::move(answer.error);
+    return answer.kind == FrameRun::Answer::Kind::found ? answer.frame : nullptr;
   }
 
   const std::optional<FrameEdits>& edits() const {
@@ -149,12 +145,14 @@ class Generator : public FrameGenerator {
   FrameOptions options_;
   bool appliesTransform_ = false;
   ApertureMode mode_ = ApertureMode::cleanAperture;
+  FrameStatistics statistics_;
+  FramePlan plan_;
+  FrameStore store_;
   std::vector<MediaTime> announced_;
   FrameShape shape_;
   std::optional<FrameTimeline> timeline_;
-  std::optional<FrameFinder> finder_;
-  std::unique_ptr<FrameLanes> lanes_;
-  FrameStatistics statisticsOfLanes_;  // of those that have ended
+  std::optional<FrameRun> run_;
+  std::optional<FrameSearch> search_;
 };
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "vistrelle/platform/media/ffmpeg/frame_packets.h"
 
 #include <string_view>
-#include <utility>
 
 namespace vistrelle::platform {
 
@@ -16,28 +15,6 @@ bool isEncrypted(const AVPacket& packet) {
 }
 
 }  // namespace
-
-FrameStatistics& FrameStatistics::operator+=(const FrameStatistics& other) {
-  packetsRead += other.packetsRead;
-  framesDecoded += other.framesDecoded;
-  seeks += other.seeks;
-  reopenings += other.reopenings;
-  spilled += other.spilled;
-  lanes += other.lanes;
-  return *this;
-}
-
-void FramePackets::takeOver(FramePackets& other) {
-  demuxer_ = std::move(other.demuxer_);
-  queue_ = std::exchange(other.queue_, {});
-  queuedBytes_ = std::exchange(other.queuedBytes_, 0);
-  untouched_ = std::exchange(other.untouched_, false);
-  atEnd_ = std::exchange(other.atEnd_, false);
-  failure_ = std::exchange(other.failure_, {});
-  unreadable_ = std::exchange(other.unreadable_, 0);
-  isAvi_ = other.isAvi_;
-  lastIndexed_ = std::exchange(other.lastIndexed_, -1);
-}
 
 void FramePackets::forgetQueue() {
   queue_.clear();

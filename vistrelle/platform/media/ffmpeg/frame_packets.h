@@ -17,9 +17,6 @@ struct FrameStatistics {
   std::int64_t seeks = 0;
   std::int64_t reopenings = 0;  ///< readings from the start with a fresh demuxer, the first one included
   std::int64_t spilled = 0;     ///< pictures moved out of memory to wait for their turn
-  std::int64_t lanes = 0;       ///< threads that worked on announced lists beside each other
-
-  FrameStatistics& operator+=(const FrameStatistics& other);
 };
 
 /// The packets of one stream, read ahead as far as a question about them needs.
@@ -37,8 +34,6 @@ class FramePackets {
   /// The same for a byte position of the file.
   bool seekToByte(std::int64_t position);
   bool isAtStart() const { return demuxer_ && untouched_; }
-  /// Takes the reading of `other` over, of the same stream, which is left with none.
-  void takeOver(FramePackets& other);
 
   /// Reads one more packet into the queue. False at the end, or when reading has failed (see failure()).
   bool readMore();

@@ -270,7 +270,6 @@ bool FrameRun::hasReadAllFor(std::int64_t place) {
 }
 
 bool FrameRun::feed(std::int64_t place) {
-  if (calledOff_ != nullptr && *calledOff_) return false;
   const std::size_t window = rules_.isIntraOnly ? 1 : kWindow;
   noteNewPackets();
   while (packets_.queue().size() <= window && packets_.queuedBytes() < kWindowBytes && !hasReadAllFor(place) &&

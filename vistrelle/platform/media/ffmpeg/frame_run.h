@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -99,8 +98,6 @@ class FrameRun {
   void usePatience() { patient_ = true; }
   bool usesPatience() const { return patient_; }
   void setSkipping(bool skips) { skipping_ = skips; }
-  /// Fails soon once `flag`, which outlives this, is set. From any thread.
-  void stopWhen(const std::atomic<bool>& flag) { calledOff_ = &flag; }
 
  private:
   enum class Pull { frame, end, failed };
@@ -167,7 +164,6 @@ class FrameRun {
   FrameDamage damage_;
   int unreadableCounted_ = 0;
 
-  const std::atomic<bool>* calledOff_ = nullptr;
   bool oneThread_ = false;
   bool patient_ = false;
   bool skipping_ = true;
