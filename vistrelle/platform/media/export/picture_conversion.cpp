@@ -148,17 +148,21 @@ std::shared_ptr<AVFrame> PictureConversion::takeFrame(std::string* error) {
   const auto free = std::ranges::find_if(pool_, [](const std::shared_ptr<AVFrame>& frame) {
     return frame.use_count() == 1 && av_frame_is_writable(frame.get()) > 0;
   });
-  if (free != pool_.end()) return *free;
+  if (free != pool_.end()) {
+    (*free)->width = form_.width;
+    return *free;
+  }
   auto frame = std::shared_ptr<AVFrame>(av_frame_alloc(), AvDeleter());
   if (frame) {
     frame->format = kFormat;
-    frame->width = form_.width;
+    frame->width = form_.codedWidth();
     frame->height = form_.height;
   }
   if (!frame || av_frame_get_buffer(frame.get(), 0) < 0) {
     *error = avErrorText(AVERROR(ENOMEM));
     return nullptr;
   }
+  frame->width = form_.width;
   if (pool_.size() < kMostPooled) pool_.push_back(frame);
   return frame;
 }
@@ -177,7 +181,8 @@ std::shared_ptr<AVFrame> PictureConversion::convert(const AVFrame& frame, const 
   av_frame_apply_cropping(source.get(), AV_FRAME_CROP_UNALIGNED);
   source->color_range = isFullRange(frame, shape) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
   const bool isAlike = source->width == form_.width && source->height == form_.height;
-  if (isAlike && source->format == kFormat && source->color_range == AVCOL_RANGE_MPEG) return source;
+  const bool isEven = form_.codedWidth() == form_.width;
+  if (isAlike && isEven && source->format == kFormat && source->color_range == AVCOL_RANGE_MPEG) return source;
 
   const bool byFields = form_.fields != AV_FIELD_PROGRESSIVE && source->height % 2 == 0 && form_.height % 2 == 0;
   if (!prepareScaler(*source, byFields ? source->height / 2 : source->height, error)) return nullptr;
@@ -201,9 +206,19 @@ std::shared_ptr<AVFrame> PictureConversion::convert(const AVFrame& frame, const 
   } else {
     status = sws_scale_frame(scaler_.get(), target.get(), source.get());
   }
-  if (status >= 0) return target;
+  if (status >= 0) return widened(std::move(target));
   *error = avErrorText(status);
   return nullptr;
+}
+
+std::shared_ptr<AVFrame> PictureConversion::widened(std::shared_ptr<AVFrame> frame) const {
+  if (form_.codedWidth() == form_.width) return frame;
+  frame->width = form_.codedWidth();
+  for (int y = 0; y < form_.height; ++y) {
+    auto* row = reinterpret_cast<std::uint16_t*>(frame->data[0] + std::ptrdiff_t{y} * frame->linesize[0]);
+    row[form_.width] = row[form_.width - 1];
+  }
+  return frame;
 }
 
 std::shared_ptr<AVFrame> PictureConversion::black(std::string* error) {
@@ -217,7 +232,7 @@ std::shared_ptr<AVFrame> PictureConversion::black(std::string* error) {
       std::fill_n(row, width, plane == 0 ? kBlack : kGrey);
     }
   }
-  return frame;
+  return frame ? widened(std::move(frame)) : nullptr;
 }
 
 }  // namespace vistrelle::platform

@@ -19,6 +19,10 @@ struct PictureForm {
   AVColorTransferCharacteristic transfer = AVCOL_TRC_UNSPECIFIED;
   AVColorSpace matrix = AVCOL_SPC_UNSPECIFIED;
   AVFieldOrder fields = AV_FIELD_PROGRESSIVE;
+
+  /// What frames are wide that go to the encoder: it loses the last colours of an odd width, all of them where only
+  /// they are in a macroblock.
+  int codedWidth() const { return width + width % 2; }
 };
 
 /// The form that a frame asks for. Its visible rectangle, so far as it begins on whole chroma samples, is the picture.
@@ -26,7 +30,8 @@ struct PictureForm {
 PictureForm formOf(const AVFrame& frame, const FrameShape& shape);
 
 /// Brings frames into 4:2:2 of ten bits in video range and into one form: cropped to the visible rectangle, scaled
-/// where the size differs, the fields of interlaced frames apart. Alpha is dropped.
+/// where the size differs, the fields of interlaced frames apart. Alpha is dropped. The last column of an odd width
+/// comes twice (PictureForm::codedWidth).
 class PictureConversion {
  public:
   explicit PictureConversion(const PictureForm& form) : form_(form) {}
@@ -38,6 +43,7 @@ class PictureConversion {
  private:
   bool prepareScaler(const AVFrame& frame, int height, std::string* error);
   std::shared_ptr<AVFrame> takeFrame(std::string* error);
+  std::shared_ptr<AVFrame> widened(std::shared_ptr<AVFrame> frame) const;
 
   PictureForm form_;
   AvPtr<SwsContext> scaler_;

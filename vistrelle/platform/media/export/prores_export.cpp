@@ -30,6 +30,15 @@ std::shared_ptr<Track> pictureTrackOf(const Asset& asset) {
   return first;
 }
 
+/// The frame's width in its header (SMPTE RDD 36, 5.1): behind the frame's size and name, the header's size, version
+/// and encoder's name.
+void stateWidth(AVPacket& packet, int width) {
+  constexpr int kWidthAt = 4 + 4 + 2 + 2 + 4;
+  if (packet.size < kWidthAt + 2) return;
+  packet.data[kWidthAt] = static_cast<std::uint8_t>(width >> 8);
+  packet.data[kWidthAt + 1] = static_cast<std::uint8_t>(width);
+}
+
 class ProResExport {
  public:
   ProResExport(Asset& asset, int fd, const ExportControl& control) : asset_(asset), fd_(fd), control_(control) {}
@@ -52,6 +61,7 @@ class ProResExport {
 
   std::optional<PictureWalk> walk_;
   std::int32_t scale_ = 0;
+  int width_ = 0;             // of the picture; the encoder's may be one more
   PictureWalk::Shown shown_;  // what comes next
   DamageLog damage_{"pictures"};
   double pictureEnd_ = 0;  // of the whole track, in seconds
@@ -98,7 +108,8 @@ bool ProResExport::openEncoder(const PictureForm& form, std::string* error) {
     *error = codec == nullptr ? "no encoder for ProRes" : avErrorText(AVERROR(ENOMEM));
     return false;
   }
-  encoder_->width = form.width;
+  width_ = form.width;
+  encoder_->width = form.codedWidth();
   encoder_->height = form.height;
   encoder_->pix_fmt = AV_PIX_FMT_YUV422P10;
   encoder_->time_base = {1, scale_};
@@ -136,6 +147,7 @@ bool ProResExport::beginMovie(std::string* error) {
   if (encoder_) {
     pictures_ = muxer_->addStream(*encoder_);
     isGood = pictures_ != nullptr;
+    if (isGood) pictures_->codecpar->width = width_;
     if (isGood) keepOrientation(shown_);
     options.emplace_back("video_track_timescale", format("{}", scale_));
   }
@@ -158,6 +170,7 @@ bool ProResExport::encode(AVFrame* frame, std::string* error) {
     status = avcodec_receive_packet(encoder_.get(), packet.get());
     if (status == AVERROR(EAGAIN) || status == AVERROR_EOF) return true;
     if (status < 0 || durations_.empty()) break;
+    stateWidth(*packet, width_);
     packet->dts = packet->pts;
     packet->duration = durations_.front();
     durations_.pop_front();
