@@ -70,9 +70,9 @@ TEST(DarPar, TheSubMultipleShrinksTermsAboveThreeTimesItself) {
 
 TEST(DarPar, BothTermsMustExceedThreeTimesTheSubMultiple) {
   RecordingLog record;
-  // 61 does, 50 does not.
-  EXPECT_EQ(qtDarPar(1220, 1000, 1000, 1000), (Texts{"61:50", "61:50"}));
-  EXPECT_TRUE(record.has("modInt              = 20"));
+  // Of 17:10 only the first exceeds 15.
+  EXPECT_EQ(qtDarPar(1700, 1000, 1000, 1000), (Texts{"17:10", "17:10"}));
+  EXPECT_TRUE(record.has("modInt              = 5"));
   EXPECT_FALSE(record.hasContaining("la_Array2 1"));
 }
 
