@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -354,6 +355,35 @@ TEST(ExportSession, AFullDiskIsAFailureThatLeavesTheOldFile) {
     EXPECT_EQ(readFile(path), "old");
     EXPECT_EQ(entriesOf(folder.path()), 1U);
   }));
+}
+
+TEST(ExportSession, BeyondTheSizeLimitTheOldFileStaysAndTheProcessToo) {
+  const ScratchFolder folder;
+  EXPECT_TRUE(testing::inChild([&] {
+    const std::string path = folder.write("a.mov", "old");
+    const rlimit limit{100'000, 100'000};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+    const auto session = sessionFor(path, [](Asset&, int fd, const ExportControl&, std::string*) {
+      return writeText(fd, std::string(65536, 'x')) && writeText(fd, std::string(65536, 'x'));
+    });
+    run(*session);
+    EXPECT_EQ(session->status(), ExportStatus::failed);
+    EXPECT_EQ(readFile(path), "old");
+    EXPECT_EQ(entriesOf(folder.path()), 1U);
+  }));
+}
+
+TEST(ExportSession, AFolderThatIsRemovedInMidRunIsAFailure) {
+  const ScratchFolder folder;
+  const std::string inner = folder.makeFolder("inner");
+  const auto session = sessionFor(inner + "/a.mov", [&](Asset&, int fd, const ExportControl&, std::string*) {
+    std::filesystem::remove_all(inner);
+    return writeText(fd, "new");
+  });
+  run(*session);
+  EXPECT_EQ(session->status(), ExportStatus::failed);
+  EXPECT_TRUE(session->error());
+  EXPECT_EQ(entriesOf(folder.path()), 0U);
 }
 
 /// In a child: replaces a file of "o"s by one of "n"s while the parent kills it at some moment.
