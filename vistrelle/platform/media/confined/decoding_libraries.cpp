@@ -10,6 +10,7 @@ extern "C" {
 #include <bzlib.h>
 #include <dav1d/dav1d.h>
 #include <lzma.h>
+#include <vpx/vpx_codec.h>
 #include <zlib.h>
 #endif
 
@@ -28,6 +29,7 @@ void loadDecodingLibraries() {
   (void)avformat_version();
 #ifdef VISTRELLE_STATIC_FFMPEG
   (void)dav1d_version();
+  (void)vpx_codec_version();
   (void)zlibVersion();
   (void)lzma_version_string();
   (void)BZ2_bzlibVersion();
