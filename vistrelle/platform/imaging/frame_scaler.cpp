@@ -159,9 +159,9 @@ std::optional<FullPlanes> scaleFrame(const PlanarImage& image, const FrameLayout
   result.hasAlpha = layout.hasAlpha;
   result.rowSamples = (static_cast<std::size_t>(width) + kRowAlignment - 1) / kRowAlignment * kRowAlignment;
   const std::size_t planes = layout.hasAlpha ? 4 : 3;
-  // Not cleared: every sample is written by the scaler.
-  result.samples = std::make_unique_for_overwrite<std::uint16_t[]>(
-      planes * static_cast<std::size_t>(height) * result.rowSamples + kRowAlignment);
+  result.samples = largeMemory(sizeof(std::uint16_t) *
+                               (planes * static_cast<std::size_t>(height) * result.rowSamples + kRowAlignment));
+  if (!result.samples) return std::nullopt;
 
   std::array<std::uint8_t*, 4> out{};
   std::array<int, 4> outBytes{};

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "vistrelle/platform/base/large_memory.h"
 #include "vistrelle/platform/imaging/frame_layout.h"
 #include "vistrelle/platform/imaging/picture.h"
 
@@ -17,10 +18,11 @@ struct FullPlanes {
   int height = 0;
   bool hasAlpha = false;
   std::size_t rowSamples = 0;
-  std::unique_ptr<std::uint16_t[]> samples;  ///< plane after plane
+  LargeMemory samples;  ///< plane after plane
 
   const std::uint16_t* row(std::size_t plane, int y) const {
-    return samples.get() + (plane * static_cast<std::size_t>(height) + static_cast<std::size_t>(y)) * rowSamples;
+    return reinterpret_cast<const std::uint16_t*>(samples.get()) +
+           (plane * static_cast<std::size_t>(height) + static_cast<std::size_t>(y)) * rowSamples;
   }
 };
 

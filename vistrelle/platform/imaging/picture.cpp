@@ -4,6 +4,7 @@
 #include <new>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/base/large_memory.h"
 #include "vistrelle/platform/imaging/frame_layout.h"
 
 namespace vistrelle::platform {
@@ -14,7 +15,8 @@ std::shared_ptr<Bitmap> Bitmap::make(std::int64_t width, std::int64_t height) {
     return nullptr;
   try {
     auto bitmap = std::make_shared<Bitmap>();
-    bitmap->pixels_.resize(static_cast<std::size_t>(width * height) * 4);
+    bitmap->pixels_ = largeMemory(static_cast<std::size_t>(width * height) * 4);
+    if (!bitmap->pixels_) return nullptr;
     bitmap->width_ = static_cast<int>(width);
     bitmap->height_ = static_cast<int>(height);
     bitmap->setPointSize(static_cast<double>(width), static_cast<double>(height));

@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 #include <variant>
-#include <vector>
 
 #include "vistrelle/platform/base/value.h"
 
@@ -27,8 +26,8 @@ class Bitmap : public Opaque {
   int width() const { return width_; }
   int height() const { return height_; }
   std::size_t rowBytes() const { return static_cast<std::size_t>(width_) * 4; }
-  std::uint8_t* row(int y) { return pixels_.data() + rowBytes() * static_cast<std::size_t>(y); }
-  const std::uint8_t* row(int y) const { return pixels_.data() + rowBytes() * static_cast<std::size_t>(y); }
+  std::uint8_t* row(int y) { return pixels_.get() + rowBytes() * static_cast<std::size_t>(y); }
+  const std::uint8_t* row(int y) const { return pixels_.get() + rowBytes() * static_cast<std::size_t>(y); }
 
   void setPointSize(double width, double height);
   double pointWidth() const { return pointWidth_; }
@@ -42,7 +41,7 @@ class Bitmap : public Opaque {
   int height_ = 0;
   double pointWidth_ = 0;
   double pointHeight_ = 0;
-  std::vector<std::uint8_t> pixels_;
+  std::shared_ptr<std::uint8_t[]> pixels_;
 };
 
 /// How a frame is to be turned for display: first mirrored left to right, then turned clockwise.

@@ -63,6 +63,7 @@ std::unique_ptr<FrameDecoder> FrameDecoder::open(const AVCodecParameters& parame
     context->thread_type = threading == Threading::frames ? FF_THREAD_FRAME : FF_THREAD_SLICE;
     if (patient) context->strict_std_compliance = FF_COMPLIANCE_STRICT;
     context->max_pixels = limits.maxPixels;
+    decoder->pool_.serve(*context, limits.maxAllocation);
     status = avcodec_open2(context, codec, nullptr);
   }
   if (status < 0) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "vistrelle/platform/media/ffmpeg/av_ptr.h"
+#include "vistrelle/platform/media/ffmpeg/frame_pool.h"
 #include "vistrelle/platform/media/ffmpeg/input_file.h"
 
 namespace vistrelle::platform {
@@ -44,6 +45,7 @@ class FrameDecoder {
 
  private:
   FrameDecoder() = default;
+  FramePool pool_;  // outlives the context
   AvPtr<AVCodecContext> context_;
   Threading threading_ = Threading::one;
   bool patient_ = false;
