@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 
 #include "tests/platform/confined/confined_movies.h"
@@ -22,6 +23,8 @@ using platform::ConfinedMediaLibrary;
 using platform::ConfinedOptions;
 using platform::MediaTime;
 
+std::atomic<int> starts = 0;
+
 /// Makes the library of the test program before the first test can start a thread.
 class Preparation : public ::testing::Environment {
  public:
@@ -35,6 +38,7 @@ std::shared_ptr<ConfinedMediaLibrary> confinedLibrary() {
   static const auto library = [] {
     ConfinedOptions options;
     options.worker.refusal = platform::Refusal::kill;
+    options.whenStarted = [] { ++starts; };
     return std::make_shared<ConfinedMediaLibrary>(options);
   }();
   return library;
@@ -160,16 +164,27 @@ TEST(ConfinedLibrary, WhatIsNoRegularFileIsRefused) {
   EXPECT_TRUE(log.has("movie open          :-( '/dev/zero': not a regular file"));
 }
 
+TEST(ConfinedLibrary, TellsOnceThatWorkersCanCome) {
+  EXPECT_EQ(starts, 1);
+  EXPECT_TRUE(confinedLibrary()->openAsset(dataFile("prog_8s.mp4"), {}));
+  EXPECT_TRUE(confinedLibrary()->prepare());
+  EXPECT_EQ(starts, 1);
+}
+
 TEST(ConfinedLibrary, WithThreadsRunningItReadsMoviesItselfAndSaysSo) {
   RecordingLog log;
   platform::Signal end;
   std::thread other([&end] { end.waitReal(kLong); });
-  const auto library = std::make_shared<ConfinedMediaLibrary>();
+  ConfinedOptions options;
+  bool hasStarted = false;
+  options.whenStarted = [&hasStarted] { hasStarted = true; };
+  const auto library = std::make_shared<ConfinedMediaLibrary>(options);
   const auto asset = library->openAsset(dataFile("prog_8s.mp4"), {});
   ASSERT_TRUE(asset && load(*asset));
   library->openAsset(dataFile("prog_8s.mp4"), {});
   end.set();
   other.join();
+  EXPECT_FALSE(hasStarted);
   EXPECT_EQ(asset->tracks().size(), 2U);
   EXPECT_EQ(log.lines().size(), 1U);
   EXPECT_TRUE(log.hasContaining("movie confinement   :-/ none, movies are read in this process ("));

@@ -20,7 +20,10 @@ bool ConfinedMediaLibrary::prepare() {
   if (!body) body = [worker = options_.worker](const Channel& channel) { runWorker(channel, worker); };
   std::string error;
   nursery_ = Nursery::start(std::move(body), &loadDecodingLibraries, &error);
-  if (nursery_) return true;
+  if (nursery_) {
+    if (options_.whenStarted) options_.whenStarted();
+    return true;
+  }
   log("movie confinement   :-/ none, movies are read in this process ({})", error);
   fallback_ = std::make_shared<FfmpegMediaLibrary>();
   return false;

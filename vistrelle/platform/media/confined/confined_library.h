@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -18,6 +19,9 @@ struct ConfinedOptions {
   std::chrono::milliseconds silence{60000};
   /// No single answer may take longer, signs of life or not.
   std::chrono::milliseconds longestAnswer{1800000};
+  /// Called once, when the process that workers come from has been made and the first worker has yet to get ready:
+  /// from now on this process may have further threads. May be empty.
+  std::function<void()> whenStarted;
   /// For tests: what a worker does instead of serving. Empty: it serves.
   WorkerBody body;
 };
