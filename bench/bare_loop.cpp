@@ -1,6 +1,7 @@
 // The least that pictures of a movie can cost: opens the movie, seeks to the key before each time, decodes up to its
-// frame, scales it and writes a JPEG, with nothing around it: no checks, no log, no proof that the frame is the right
-// one. The yardstick of bench/compare.
+// frame and nothing behind it, scales it as smoothly as the tool does and writes a JPEG of the same quality, with
+// nothing around it: no checks, no log, no proof that the frame is the right one, one process. The yardstick of
+// bench/compare.
 //   bare_loop MOVIE FOLDER WIDTH HEIGHT SECONDS...   (ascending)
 // With one time the picture is FOLDER itself, with several FOLDER/NN.jpg.
 extern "C" {
@@ -62,11 +63,17 @@ class Movie {
     decoder_ = avcodec_alloc_context3(codec);
     if (avcodec_parameters_to_context(decoder_, stream_->codecpar) < 0) fail("no decoder");
     decoder_->thread_count = 0;
+    // Frames beside each other where they lean on each other; of one that stands alone, the parts.
+    const AVCodecDescriptor* kind = avcodec_descriptor_get(codec->id);
+    const bool isIntraOnly = kind != nullptr && (kind->props & AV_CODEC_PROP_INTRA_ONLY) != 0;
+    decoder_->thread_type = isIntraOnly ? FF_THREAD_SLICE : FF_THREAD_FRAME;
     if (avcodec_open2(decoder_, codec, nullptr) < 0) fail("the decoder does not open");
   }
 
   /// The last frame that is not after `seconds`.
-  const AVFrame& frameAt(double seconds) {
+  const AVFrame& frameAt(double seconds, bool isLast) {
+    isLast_ = isLast;
+    hasAll_ = false;
     const auto target = static_cast<std::int64_t>(seconds / av_q2d(stream_->time_base) + 0.5);
     target_ = target;
     if (!shown_ || !nextKeyIsAfter(target)) {
@@ -115,11 +122,23 @@ class Movie {
         ended_ = true;
         return false;
       }
-      if (av_read_frame(format_, packet_) < 0) {
+      if (isLast_ && hasAll_) {
         if (drained_) return false;
         drained_ = true;
         avcodec_send_packet(decoder_, nullptr);
         continue;
+      }
+      if (av_read_frame(format_, packet_) < 0) {
+        hasAll_ = isLast_ = true;
+        continue;
+      }
+      if (packet_->stream_index == stream_->index && packet_->dts > target_) {
+        // Decoding times only grow and none is after its presentation time: the decoder has all it needs.
+        hasAll_ = true;
+        if (isLast_) {
+          av_packet_unref(packet_);
+          continue;
+        }
       }
       // A frame that no other one leans on and that ends before the target is not needed.
       const bool isOver = packet_->pts != AV_NOPTS_VALUE && packet_->pts + packet_->duration <= target_;
@@ -137,6 +156,8 @@ class Movie {
   AVFrame* current_ = av_frame_alloc();
   AVFrame* next_ = av_frame_alloc();
   std::int64_t target_ = 0;
+  bool isLast_ = false;
+  bool hasAll_ = false;
   bool hasNext_ = false;
   bool shown_ = false;
   bool drained_ = false;
@@ -144,8 +165,9 @@ class Movie {
 };
 
 std::vector<std::uint8_t> scaled(const AVFrame& frame, int width, int height) {
+  constexpr int kSmoothly = SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT;
   SwsContext* scaler = sws_getContext(frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), width,
-                                      height, AV_PIX_FMT_RGB0, SWS_BICUBIC, nullptr, nullptr, nullptr);
+                                      height, AV_PIX_FMT_RGB0, kSmoothly, nullptr, nullptr, nullptr);
   std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4 + 64);
   std::uint8_t* planes[4] = {pixels.data(), nullptr, nullptr, nullptr};
   const int rowBytes[4] = {width * 4, 0, 0, 0};
@@ -193,7 +215,8 @@ int main(int argc, char** argv) {
   Movie movie(arguments[1]);
   const std::span<char*> times = arguments.subspan(5);
   for (std::size_t i = 0; i < times.size(); ++i) {
-    const std::vector<std::uint8_t> pixels = scaled(movie.frameAt(std::atof(times[i])), width, height);
+    const std::vector<std::uint8_t> pixels =
+        scaled(movie.frameAt(std::atof(times[i]), i + 1 == times.size()), width, height);
     const std::string number = (i < 10 ? "0" : "") + std::to_string(i);
     writeJpeg(pixels, width, height,
               times.size() == 1 ? std::string(arguments[2]) : std::string(arguments[2]) + "/" + number + ".jpg");
