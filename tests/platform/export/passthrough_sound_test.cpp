@@ -210,9 +210,9 @@ Place placeOf(const std::string& path, std::int64_t mediaTime, const platform::m
 // What readers make of edits is theirs; what the edits say is the very sample, in the very packet.
 TEST(CodedSoundEdits, sayTheVerySample) {
   for (const auto& [name, coding] : std::vector<std::pair<std::string, std::vector<std::string>>>{
-           {"aac.mov", {"-c:a", "aac", "-b:a", "192k", "-aac_pns", "0"}},
-           {"ac3.mov", {"-c:a", "ac3", "-b:a", "448k"}},
-           {"alac.m4a", {"-c:a", "alac"}}}) {
+           {"edits.aac.mov", {"-c:a", "aac", "-b:a", "192k", "-aac_pns", "0"}},
+           {"edits.ac3.mov", {"-c:a", "ac3", "-b:a", "448k"}},
+           {"edits.alac.m4a", {"-c:a", "alac"}}}) {
     SCOPED_TRACE(name);
     const ScratchFolder folder;
     const std::string path = clip(
@@ -249,9 +249,10 @@ TEST(CodedSoundEdits, sayTheVerySample) {
 // The packet that is lost at each seam is there until libavformat's parser of AC-3 has had it.
 TEST(CodedSoundEdits, noPacketOfAc3IsMissingInTheFile) {
   const ScratchFolder folder;
-  const std::string path = clip(
-      "ac3.mov", {{"-f", "lavfi", "-i", "aevalsrc=exprs=0.3*sin(2*PI*(200*t+150*t*t)):sample_rate=48000:duration=4"},
-                  {"-c:a", "ac3", "-b:a", "448k"}});
+  const std::string path =
+      clip("edits.ac3.mov",
+           {{"-f", "lavfi", "-i", "aevalsrc=exprs=0.3*sin(2*PI*(200*t+150*t*t)):sample_rate=48000:duration=4"},
+            {"-c:a", "ac3", "-b:a", "448k"}});
   const auto composition = whole(loaded(path));
   constexpr int kPacket = 1536;
   composition->removeTimeRange(range(10 * kPacket - 256, 20 * kPacket, 48000));
