@@ -214,7 +214,8 @@ void expectNotStored(UserDefaults& defaults, const std::string& path, const std:
   const std::string old = readFile(path);
   const RecordingLog log;
   defaults.set("long", std::string(100'000, 'x'));
-  EXPECT_TRUE(log.has("preferences         :-( '" + path + "' cannot be written: " + why)) << log.lines().back();
+  EXPECT_TRUE(log.hasContaining("preferences         :-( '" + path + "' cannot be written: " + why))
+      << log.lines().back();
   EXPECT_TRUE(defaults.hasUnappliedChanges());
   EXPECT_EQ(readFile(path), old);
   EXPECT_LE(std::distance(fs::directory_iterator(fs::path(path).parent_path()), {}), 2);  // the lock beside it
