@@ -21,6 +21,23 @@ extern "C" {
 #include "vistrelle/platform/text/encoding.h"
 
 namespace vistrelle::platform {
+namespace {
+
+/// A conversion that is open, so that its tables stay, until the process ends.
+class OpenConversion {
+ public:
+  explicit OpenConversion(const char* from) : handle_(::iconv_open("UTF-8", from)) {}
+  ~OpenConversion() {
+    if (handle_ != reinterpret_cast<iconv_t>(-1)) ::iconv_close(handle_);
+  }
+  OpenConversion(const OpenConversion&) = delete;
+  OpenConversion& operator=(const OpenConversion&) = delete;
+
+ private:
+  iconv_t handle_;
+};
+
+}  // namespace
 
 void loadDecodingLibraries() {
   // Each call goes into another library; what it answers does not matter.
@@ -36,8 +53,8 @@ void loadDecodingLibraries() {
 #endif
   // Calendar functions read the time zone's file at first.
   ::tzset();
-  // Names of programs in transport streams. Kept open, so that its tables stay.
-  [[maybe_unused]] static const iconv_t kept = ::iconv_open("UTF-8", "ISO6937");
+  // Names of programs in transport streams.
+  static const OpenConversion kept("ISO6937");
   // Titles of chapters and metadata are in the encodings of old systems.
   (void)decodeText("a", kMacRomanEncoding);
   (void)decodeText("a", kShiftJisEncoding);
