@@ -303,6 +303,28 @@ TEST(PropertyList, HostileXmlGivesNothing) {
   EXPECT_THAT(errorOf("<"), HasSubstr("XML property list"));
 }
 
+// The XML library takes what stands between quotation marks for one word, wherever it ends: what the limits are counted
+// on must end where it does.
+TEST(PropertyList, QuotationMarksInXmlHideNothingFromTheLimits) {
+  const std::string deep = repeated("<array>", 300) + repeated("</array>", 300);
+  const std::string endless = repeated("<array>", 1'000'000);
+  for (const std::string& inner : {deep, endless}) {
+    EXPECT_THAT(errorOf("<!DOCTYPE plist \"> <!-- \"><plist>" + inner + "</plist><!-- -->"),
+                HasSubstr("quotation mark"));
+    EXPECT_THAT(errorOf("<? \" ?><!-- \" ?><plist>" + inner + "</plist><!-- -->"), HasSubstr("quotation mark"));
+    EXPECT_THAT(errorOf("<plist a=\"><!-- \">" + inner + "</plist><!-- -->"), HasSubstr("quotation mark"));
+  }
+  const std::string seemingEmpty = repeated("<array a=\"/>\">", 300) + repeated("</array>", 300);
+  EXPECT_THAT(errorOf(xml(seemingEmpty)), HasSubstr("quotation mark"));
+  EXPECT_THAT(errorOf(xml(repeated("<array a=\"/>\">", 1'000'000))), HasSubstr("quotation mark"));
+  // Complete ones may stand anywhere, odd ones in texts and comments.
+  const PropertyListReading reading = readPropertyList(
+      "<?xml version=\"1.0\"?><!-- \" --><!DOCTYPE plist PUBLIC \"-//X//DTD 1.0//EN\" \"http://x.invalid/x.dtd\">"
+      "<plist version=\"1.0\"><string>a \" b <![CDATA[ \" <c> ]]></string></plist>");
+  ASSERT_TRUE(reading.value) << reading.error;
+  EXPECT_EQ(*reading.value->get<std::string>(), "a \" b  \" <c> ");
+}
+
 TEST(PropertyList, EveryCutOfAnXmlFileIsSurvived) {
   const std::string good = xml("<dict><key>a</key><array><integer>5</integer><data>AAEC</data></array></dict>");
   for (std::size_t length = 0; length < good.size(); ++length) readPropertyList(good.substr(0, length));

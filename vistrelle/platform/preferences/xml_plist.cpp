@@ -2,6 +2,7 @@
 
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <memory>
@@ -24,15 +25,25 @@ PropertyListReading refused(const char* reason) {
   return {std::nullopt, std::string("XML property list: ") + reason};
 }
 
-/// Skips a comment, a CDATA section or an instruction that begins at `position`; nothing when it is none.
+/// Skips a comment or a CDATA section that begins at `position`; nothing when it is neither.
 std::optional<std::size_t> endOfAside(std::string_view text, std::size_t position) {
-  constexpr std::string_view kAsides[][2] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}, {"<?", "?>"}};
+  constexpr std::string_view kAsides[][2] = {{"<!--", "-->"}, {"<![CDATA[", "]]>"}};
   for (const auto& [open, close] : kAsides) {
     if (!text.substr(position).starts_with(open)) continue;
     const auto end = text.find(close, position + open.size());
     return end == std::string_view::npos ? text.size() : end + close.size();
   }
   return std::nullopt;
+}
+
+/// The end of the markup that begins at `position`, where the library sees it as well: for it an end between double
+/// quotation marks is none, so what holds an odd one has its end elsewhere.
+const char* findEnd(std::string_view text, std::size_t position, std::size_t* end) {
+  const bool isInstruction = text.substr(position).starts_with("<?");
+  *end = text.find(isInstruction ? "?>" : ">", position);
+  if (*end == std::string_view::npos) return "an element is not closed";
+  const std::string_view markup = text.substr(position, *end - position);
+  return std::ranges::count(markup, '"') % 2 == 0 ? nullptr : "a quotation mark is not closed";
 }
 
 /// The library parses without bounds, so depth and number of elements are counted before it sees the text.
@@ -44,14 +55,15 @@ const char* breaksLimits(std::string_view text, const PropertyListLimits& limits
       at = *end;
       continue;
     }
-    const std::size_t close = text.find('>', at);
-    if (close == std::string_view::npos) return "an element is not closed";
+    std::size_t close = 0;
+    if (const char* reason = findEnd(text, at, &close)) return reason;
+    const bool instruction = text.substr(at).starts_with("<?");
     const bool ends = text.substr(at).starts_with("</");
     const bool declaration = text.substr(at).starts_with("<!");
     // A document type with declarations of its own may define entities; ordinary files have none.
     if (declaration && text.substr(at, close - at).find('[') != std::string_view::npos) return "it declares entities";
     if (ends && depth > 0) --depth;
-    if (!ends && !declaration) {
+    if (!ends && !declaration && !instruction) {
       if (++elements > limits.values) return "too many values";
       if (text[close - 1] != '/') ++depth;
       // The <plist> element and a value's own element stand outside and inside the lists.
