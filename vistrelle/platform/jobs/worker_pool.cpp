@@ -148,7 +148,9 @@ std::vector<TaskEnd> WorkerPool::collect() {
   reap();
   std::vector<TaskEnd> ends;
   for (auto& worker : workers_) {
-    const bool isThere = worker->push() & worker->pull();
+    const bool takesMore = worker->push();
+    const bool saysMore = worker->pull();  // what it said before it went is wanted all the same
+    const bool isThere = takesMore && saysMore;
     bool isSound = true;
     bool isLast = false;
     if (auto answer = takeAnswer(&worker->in, &isLast, &isSound); answer && worker->task) {
