@@ -6,8 +6,11 @@
 
 #include "tests/platform/media/movie_loading.h"
 #include "tests/support/recording_log.h"
+#include "tests/support/scratch_folder.h"
+#include "tests/support/tool_run.h"
 #include "vistrelle/platform/media/ffmpeg/asset.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
+#include "vistrelle/platform/media/ffmpeg/demuxer.h"
 
 namespace vistrelle::testing {
 namespace {
@@ -37,6 +40,25 @@ TEST(MediaLimitsTest, AMovieWithLargerPicturesGivesNone) {
   ASSERT_TRUE(asset);
   const auto generator = asset->makeImageGenerator();
   EXPECT_FALSE(generator && generator->copyFrame(MediaTime::zero()).picture);
+}
+
+// The coding of a raw stream is found by opening a decoder, which has the same limit.
+TEST(MediaLimitsTest, LargerPicturesAreNotDecodedForFactsEither) {
+  const ScratchFolder folder;
+  const std::string movie = folder.file("movie.avi");
+  ASSERT_EQ(runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=s=160x96:r=5", "-t", "1", "-c:v", "png",
+                        "-pix_fmt", "rgb24", movie})
+                .status,
+            0);
+  const auto formatFound = [&](std::int64_t pixels) {
+    MediaLimits limits;
+    limits.maxPixels = pixels;
+    const auto demuxer = platform::Demuxer::open(platform::InputFile::open(movie, nullptr),
+                                                 std::make_shared<platform::Interrupt>(limits), true, nullptr);
+    return demuxer ? demuxer->stream(0)->codecpar->format : -2;
+  };
+  EXPECT_EQ(formatFound(1000), AV_PIX_FMT_NONE);
+  EXPECT_EQ(formatFound(160 * 96), AV_PIX_FMT_RGB24);
 }
 
 TEST(MediaLimitsTest, AMovieOfMoreStreamsIsUnreadable) {

@@ -159,10 +159,13 @@ bool SourceTracks::openMovie(Movie& movie, const std::function<bool()>& isCancel
       wanted.insert(static_cast<std::uint32_t>(facts.trackId));
     }
     InputBytes& bytes = *movie.source->bytes();
+    const std::int64_t formerFailures = bytes.readFailures().count;
     auto tables = mov::readMovieTables(
         bytes.size(),
         [&bytes](std::int64_t offset, std::span<std::uint8_t> buffer) { return bytes.readAt(offset, buffer); }, wanted);
-    if (!tables) return fail(error, "the movie's tables cannot be read");
+    if (!tables || bytes.readFailures().count > formerFailures) {
+      return fail(error, "the movie's tables cannot be read");
+    }
     for (std::size_t i = 0; i < movie.tracks.size(); ++i) {
       const auto id =
           static_cast<std::uint32_t>(movie.source->streams()[static_cast<std::size_t>(movie.streams[i])].trackId);

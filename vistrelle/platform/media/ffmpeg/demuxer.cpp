@@ -5,9 +5,11 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <limits>
+#include <vector>
 
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
@@ -54,6 +56,17 @@ bool isComplete(const AVCodecParameters& parameters) {
   }
 }
 
+/// Decoders that are opened to look for facts have the limit of pixels as well.
+int findStreamFacts(AVFormatContext* context, const MediaLimits& limits) {
+  std::vector<AVDictionary*> options(context->nb_streams, nullptr);
+  int status = 0;
+  for (AVDictionary*& each : options)
+    status = std::min(status, av_dict_set_int(&each, "max_pixels", limits.maxPixels, 0));
+  if (status >= 0) status = avformat_find_stream_info(context, options.empty() ? nullptr : options.data());
+  for (AVDictionary*& each : options) av_dict_free(&each);
+  return status;
+}
+
 }  // namespace
 
 void prepareFfmpeg(const MediaLimits& limits) {
@@ -77,6 +90,7 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
   };
   std::unique_ptr<Demuxer> demuxer(new Demuxer());
   demuxer->bytes_ = bytes;
+  demuxer->formerFailures_ = bytes->readFailures().count;
   demuxer->interrupt_ = interrupt;
   demuxer->reader_ = std::make_unique<ByteReader>(bytes, interrupt);
   AVFormatContext* context = avformat_alloc_context();
@@ -111,10 +125,11 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
   }
   demuxer->context_.reset(context);
   if (findStreamInfo && demuxer->needsStreamInfo()) {
-    status = avformat_find_stream_info(context, nullptr);
+    status = findStreamFacts(context, interrupt->limits);
     demuxer->hasStreamInfo_ = true;
   }
   if (status < 0 || interrupt->isDue()) return fail(status < 0 ? status : AVERROR_EXIT);
+  if (const int failure = demuxer->failure()) return fail(failure);
   return demuxer;
 }
 
@@ -171,12 +186,19 @@ void Demuxer::selectStream(int index) {
   }
 }
 
+int Demuxer::failure() const {
+  const ReadFailures failures = bytes_->readFailures();
+  return failures.count == formerFailures_ ? 0 : AVERROR(failures.cause);
+}
+
 int Demuxer::read(AVPacket& packet) {
   constexpr int kMaxRetries = 10000;  // damaged data must not hold the reader for ever
   for (int retries = 0;;) {
     av_packet_unref(&packet);
     if (interrupt_->isDue()) return AVERROR_EXIT;
     const int status = av_read_frame(context_.get(), &packet);
+    // Some demuxers call it the end, or deliver what they have.
+    if (const int failed = failure()) return failed;
     if (status == AVERROR(EAGAIN) && ++retries < kMaxRetries) continue;
     if (status < 0) return status;
     if (isWrappedDuration(*context_, packet)) packet.duration = 1;

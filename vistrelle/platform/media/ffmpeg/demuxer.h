@@ -49,6 +49,8 @@ class Demuxer {
   bool runsOn() const { return clock_ != nullptr; }
   /// Delivers no packet of other streams any more (-1: of none but all again).
   void selectStream(int index);
+  /// AVERROR of a read of the movie's bytes that has failed since this reading began; 0 without one.
+  int failure() const;
   /// The next packet; 0, AVERROR_EOF at the end, another negative error otherwise. The former content is dropped.
   int read(AVPacket& packet);
   /// Seeks to a time in the stream's time base or, with AVSEEK_FLAG_BYTE, to a byte. Clears an end reached before.
@@ -64,6 +66,7 @@ class Demuxer {
   void runOn(AVPacket& packet);
 
   std::shared_ptr<InputBytes> bytes_;
+  std::int64_t formerFailures_ = 0;  // when this reading began
   std::shared_ptr<Interrupt> interrupt_;
   std::unique_ptr<ByteReader> reader_;
   std::map<AVIOContext*, std::unique_ptr<ByteReader>> references_;

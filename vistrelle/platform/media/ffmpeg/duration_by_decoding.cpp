@@ -88,7 +88,8 @@ MediaTime decodedDuration(MovieSource& source, int streamIndex) {
     avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());  // a refused packet is a frame less
     while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) span.add(*frame);
   }
-  return source.interrupt()->requested ? MediaTime::invalid() : span.duration();
+  const bool isWhole = !source.interrupt()->requested && demuxer->failure() == 0;
+  return isWhole ? span.duration() : MediaTime::invalid();
 }
 
 }  // namespace vistrelle::platform

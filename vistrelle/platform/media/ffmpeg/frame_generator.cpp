@@ -32,6 +32,26 @@ class Generator : public FrameGenerator {
   }
 
   FrameResult copyFrame(const MediaTime& time) override {
+    const std::int64_t formerFailures = source_->bytes()->readFailures().count;
+    FrameResult result = makeFrame(time);
+    const ReadFailures failures = source_->bytes()->readFailures();
+    if (failures.count == formerFailures) return result;
+    forgetMovie();
+    return failure(avErrorText(AVERROR(failures.cause)));
+  }
+
+ private:
+  static FrameResult failure(std::string error) { return {nullptr, MediaTime::invalid(), std::move(error)}; }
+
+  /// After a read that failed all that was learned since may be wrong; the next picture begins anew.
+  void forgetMovie() {
+    timeline_.reset();
+    search_.reset();
+    run_.reset();
+    store_.clear();
+  }
+
+  FrameResult makeFrame(const MediaTime& time) {
     std::string error;
     if (!prepare(&error)) return failure(std::move(error));
     const std::optional<std::int64_t> place = placeOf(time);
@@ -41,9 +61,6 @@ class Generator : public FrameGenerator {
     if (!frame) return failure(std::move(error));
     return delivered(*frame, time);
   }
-
- private:
-  static FrameResult failure(std::string error) { return {nullptr, MediaTime::invalid(), std::move(error)}; }
 
   bool prepare(std::string* error) {
     if (timeline_) return true;

@@ -38,6 +38,11 @@ struct Interrupt {
   bool isDue() const { return requested || Clock::now() > deadline.load(); }
 };
 
+struct ReadFailures {
+  std::int64_t count = 0;
+  int cause = 0;  ///< errno of the last one
+};
+
 /// The bytes of a movie. Its length never changes; reads may come from several threads.
 class InputBytes {
  public:
@@ -45,6 +50,9 @@ class InputBytes {
   virtual std::int64_t size() const = 0;
   /// Reads up to buffer.size() bytes at `offset`: how many came (0 at and after the end), or a negative errno.
   virtual std::int64_t readAt(std::int64_t offset, std::span<std::uint8_t> buffer) = 0;
+  /// What has failed so far, where that is watched. libavformat takes some failures for the movie's end, so whoever
+  /// worked with it looks here whether what came out can be believed.
+  virtual ReadFailures readFailures() const { return {}; }
   /// Tells that a piece will soon be read; nothing needs to be done about it.
   virtual void willRead(std::int64_t /*offset*/, std::int64_t /*length*/) {}
   /// The bytes of another file that the movie refers to, by a path relative to the movie's folder. Empty with an

@@ -11,6 +11,7 @@
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
 #include "vistrelle/platform/media/ffmpeg/protection.h"
 #include "vistrelle/platform/media/ffmpeg/track_shape.h"
+#include "vistrelle/platform/media/ffmpeg/watched_bytes.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -67,7 +68,7 @@ std::int64_t ticksOfFrames(const AVStream& stream, std::int64_t count) {
 
 MovieReader::MovieReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Interrupt> interrupt)
     : source_(new MovieSource()) {
-  source_->bytes_ = std::move(bytes);
+  source_->bytes_ = watchedBytes(std::move(bytes));
   source_->interrupt_ = std::move(interrupt);
 }
 
@@ -94,6 +95,10 @@ std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
   checkDecoders();
   measureDuration();
   if (source_->interrupt_->isDue()) return fail(AVERROR_EXIT);
+  // What could not be read might have said something else.
+  if (const ReadFailures failures = source_->bytes_->readFailures(); failures.count > 0) {
+    return fail(AVERROR(failures.cause));
+  }
   return source_;
 }
 

@@ -73,11 +73,13 @@ std::shared_ptr<const FirstFrame> MovieSource::firstFrame(int streamIndex) {
   if (known != firstFrames_.end()) return known->second;
   const StreamFacts& facts = streams_[static_cast<std::size_t>(streamIndex)];
   std::shared_ptr<const FirstFrame> frame;
+  const std::int64_t formerFailures = bytes_->readFailures().count;
   if (facts.isDecodable && !facts.isProtected) {
     // A demuxer of its own: the one that the facts were read with is kept for the pictures.
     const std::unique_ptr<Demuxer> demuxer = openDemuxer(nullptr);
     if (demuxer) frame = readFirstFrame(*demuxer, streamIndex, *facts.parameters);
   }
+  if (bytes_->readFailures().count != formerFailures) return nullptr;
   firstFrames_.emplace(streamIndex, frame);
   return frame;
 }
