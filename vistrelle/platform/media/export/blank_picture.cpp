@@ -29,7 +29,7 @@ std::vector<std::uint8_t> blackJpeg(const AVCodecParameters& parameters) {
   }
   frame->pts = 0;
   if (avcodec_send_frame(encoder.get(), frame.get()) < 0) return {};
-  avcodec_send_frame(encoder.get(), nullptr);
+  if (avcodec_send_frame(encoder.get(), nullptr) < 0) return {};
   if (avcodec_receive_packet(encoder.get(), packet.get()) < 0) return {};
   return {packet->data, packet->data + packet->size};
 }

@@ -98,8 +98,11 @@ AVStream* Muxer::addStream(AVCodecID codec, int rate, const AVChannelLayout& lay
 
 bool Muxer::begin(const Options& options, std::string* error) {
   AVDictionary* given = nullptr;
-  for (const auto& [name, value] : options) av_dict_set(&given, name.c_str(), value.c_str(), 0);
-  const int status = avformat_write_header(context_, &given);
+  int status = 0;
+  for (const auto& [name, value] : options) {
+    status = std::min(status, av_dict_set(&given, name.c_str(), value.c_str(), 0));
+  }
+  if (status >= 0) status = avformat_write_header(context_, &given);
   av_dict_free(&given);
   return check(status, error);
 }

@@ -89,7 +89,7 @@ bool PacketSamples::State::addSample(Stream& stream, const AVPacket& packet, std
   const AVStream& source = *demuxer->stream(stream.index);
   const AVCodecParameters& parameters = stream.coding->parameters();
   if (stream.tables.descriptions.empty()) {
-    auto made = makeTrackTables(source, parameters, packet, error);
+    auto made = makeTrackTables(source, parameters, packet, movie->interrupt()->limits, error);
     if (!made) return false;
     stream.tables = std::move(*made);
     stream.tables.header.isEnabled = stream.facts->isEnabled;

@@ -178,7 +178,10 @@ std::shared_ptr<AVFrame> PictureConversion::convert(const AVFrame& frame, const 
   source->crop_top = static_cast<std::size_t>(crop.top);
   source->crop_right = static_cast<std::size_t>(frame.width - crop.left - crop.width);
   source->crop_bottom = static_cast<std::size_t>(frame.height - crop.top - crop.height);
-  av_frame_apply_cropping(source.get(), AV_FRAME_CROP_UNALIGNED);
+  if (const int status = av_frame_apply_cropping(source.get(), AV_FRAME_CROP_UNALIGNED); status < 0) {
+    *error = avErrorText(status);
+    return nullptr;
+  }
   source->color_range = isFullRange(frame, shape) ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
   const bool isAlike = source->width == form_.width && source->height == form_.height;
   const bool isEven = form_.codedWidth() == form_.width;

@@ -7,6 +7,7 @@
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
 
 namespace vistrelle::platform {
@@ -43,15 +44,16 @@ bool copyDisplayMatrix(const AVStream& from, AVStream* to) {
 }
 
 /// Containers that say nothing of the pixels leave it to the pictures; configuration records of VP9 state them.
-void learnPixels(AVCodecParameters& parameters, const AVPacket& first) {
+void learnPixels(AVCodecParameters& parameters, const AVPacket& first, const MediaLimits& limits) {
   if (parameters.codec_type != AVMEDIA_TYPE_VIDEO || parameters.format >= 0) return;
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  const AVCodec* codec = findDecoder(parameters.codec_id);
   const AvPtr<AVCodecContext> decoder(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
   const AvPtr<AVFrame> frame(av_frame_alloc());
   if (!decoder || !frame || avcodec_parameters_to_context(decoder.get(), &parameters) < 0) return;
   decoder->thread_count = 1;
+  decoder->max_pixels = limits.maxPixels;
   if (avcodec_open2(decoder.get(), codec, nullptr) < 0 || avcodec_send_packet(decoder.get(), &first) < 0) return;
-  avcodec_send_packet(decoder.get(), nullptr);
+  if (avcodec_send_packet(decoder.get(), nullptr) < 0) return;
   if (avcodec_receive_frame(decoder.get(), frame.get()) < 0) return;
   parameters.format = frame->format;
   if (parameters.profile < 0) parameters.profile = decoder->profile;
@@ -59,7 +61,7 @@ void learnPixels(AVCodecParameters& parameters, const AVPacket& first) {
 
 /// A whole movie of one packet, in memory; empty with a negative status on failure.
 std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, const AVCodecParameters& parameters,
-                                    const AVPacket& first, int* status) {
+                                    const AVPacket& first, const MediaLimits& limits, int* status) {
   AVFormatContext* made = nullptr;
   *status = avformat_alloc_output_context2(&made, nullptr, muxer, nullptr);
   if (*status < 0) return {};
@@ -68,7 +70,7 @@ std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, c
   AVStream* track = avformat_new_stream(made, nullptr);
   *status = track == nullptr ? AVERROR(ENOMEM) : avcodec_parameters_copy(track->codecpar, &parameters);
   if (*status < 0) return {};
-  learnPixels(*track->codecpar, first);
+  learnPixels(*track->codecpar, first, limits);
   track->codecpar->codec_tag = parameters.codec_id == AV_CODEC_ID_HEVC ? kHevcTag : 0;
   track->time_base = stream.time_base;
   track->avg_frame_rate = stream.avg_frame_rate;
@@ -103,11 +105,11 @@ std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, c
 }  // namespace
 
 std::optional<mov::SampleTables> makeTrackTables(const AVStream& stream, const AVCodecParameters& parameters,
-                                                 const AVPacket& first, std::string* error) {
+                                                 const AVPacket& first, const MediaLimits& limits, std::string* error) {
   int status = 0;
-  std::vector<std::uint8_t> movie = tinyMovie("mov", stream, parameters, first, &status);
+  std::vector<std::uint8_t> movie = tinyMovie("mov", stream, parameters, first, limits, &status);
   // Some codings are registered for ISO base media files only.
-  if (movie.empty()) movie = tinyMovie("mp4", stream, parameters, first, &status);
+  if (movie.empty()) movie = tinyMovie("mp4", stream, parameters, first, limits, &status);
   const mov::ReadAt readAt = [&movie](std::int64_t offset, std::span<std::uint8_t> buffer) {
     const std::int64_t count = std::min<std::int64_t>(std::ssize(buffer), std::ssize(movie) - offset);
     if (count > 0) std::memcpy(buffer.data(), movie.data() + offset, static_cast<std::size_t>(count));

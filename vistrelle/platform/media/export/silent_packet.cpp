@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
+#include "vistrelle/platform/media/ffmpeg/decoders.h"
 
 extern "C" {
 #include <libavutil/samplefmt.h>
@@ -117,7 +118,7 @@ double loudest(const AVFrame& frame) {
 }
 
 bool isSilent(const std::vector<std::uint8_t>& bytes, const AVCodecParameters& parameters, int samples) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+  const AVCodec* codec = findDecoder(parameters.codec_id);
   const AvPtr<AVCodecContext> decoder(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
   const AvPtr<AVPacket> packet(av_packet_alloc());
   const AvPtr<AVFrame> frame(av_frame_alloc());

@@ -34,8 +34,9 @@ std::unique_ptr<SoundDecoder> SoundDecoder::open(const std::shared_ptr<const Mov
     *error = decoder->packets_.failure();
     return nullptr;
   }
-  decoder->decoder_ = FrameDecoder::open(*track->facts().parameters, decoder->packets_.stream()->time_base,
-                                         FrameDecoder::Threading::one, 1, false, error);
+  decoder->decoder_ =
+      FrameDecoder::open(*track->facts().parameters, decoder->packets_.stream()->time_base,
+                         FrameDecoder::Threading::one, 1, false, error, track->source()->interrupt()->limits);
   if (!decoder->decoder_ || !decoder->learnGrid(error)) return nullptr;
   return decoder;
 }

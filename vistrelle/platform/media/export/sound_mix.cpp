@@ -109,7 +109,12 @@ bool SoundTrack::convert(const std::uint8_t* const* samples, std::int64_t count,
     for (std::vector<float>& channel : ready_) channel.erase(channel.begin(), channel.begin() + std::ptrdiff_t(taken_));
     taken_ = 0;
   }
-  const int room = swr_get_out_samples(converter_.get(), static_cast<int>(count)) + 64;
+  const int most = swr_get_out_samples(converter_.get(), static_cast<int>(count));
+  if (most < 0) {
+    *error = avErrorText(most);
+    return false;
+  }
+  const int room = most + 64;
   const std::size_t before = kept();
   std::array<std::uint8_t*, 64> out{};
   for (std::size_t i = 0; i < ready_.size(); ++i) {
@@ -129,11 +134,14 @@ bool SoundTrack::feedSilence(std::int64_t count, std::string* error) {
   const auto sampleFormat = static_cast<AVSampleFormat>(decoder_->sampleFormat());
   const int channels = decoder_->layout().nb_channels;
   AvPtr<AVFrame> silence(av_frame_alloc());
-  silence->format = sampleFormat;
-  silence->nb_samples = kStep;
-  av_channel_layout_copy(&silence->ch_layout, &decoder_->layout());
-  if (av_frame_get_buffer(silence.get(), 0) < 0) {
-    *error = avErrorText(AVERROR(ENOMEM));
+  int status = silence ? av_channel_layout_copy(&silence->ch_layout, &decoder_->layout()) : AVERROR(ENOMEM);
+  if (status >= 0) {
+    silence->format = sampleFormat;
+    silence->nb_samples = kStep;
+    status = av_frame_get_buffer(silence.get(), 0);
+  }
+  if (status < 0) {
+    *error = avErrorText(status);
     return false;
   }
   av_samples_set_silence(silence->extended_data, 0, kStep, channels, sampleFormat);

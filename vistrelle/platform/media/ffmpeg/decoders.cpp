@@ -145,6 +145,11 @@ const AVCodec* findDecoder(AVCodecID codec) {
   return listed;
 }
 
+const AVCodec* findDecoderOfAlpha(AVCodecID codec) {
+  if (codec == AV_CODEC_ID_VP9) return avcodec_find_decoder_by_name("libvpx-vp9");
+  return codec == AV_CODEC_ID_VP8 ? avcodec_find_decoder_by_name("libvpx") : nullptr;
+}
+
 const std::string& decoderList() {
   static const std::string list = [] {
     std::string names;

@@ -11,6 +11,10 @@ namespace vistrelle::platform {
 /// movie. Thread-safe.
 const AVCodec* findDecoder(AVCodecID codec);
 
+/// The decoder of an alpha plane that lies beside a picture of VP8 or VP9, of the library that those codecs come from;
+/// null for every other codec and where FFmpeg is built without it.
+const AVCodec* findDecoderOfAlpha(AVCodecID codec);
+
 /// The names of all those decoders with commas between, as libavformat takes a list.
 const std::string& decoderList();
 

@@ -32,10 +32,7 @@ int threadCount(FrameDecoder::Threading threading, int wanted) {
 // the usual one where there is none.
 const AVCodec* withAlpha(const AVCodec* usual, const AVCodecParameters& parameters) {
   if (usual == nullptr || parameters.format != AV_PIX_FMT_YUVA420P) return usual;
-  const char* name = parameters.codec_id == AV_CODEC_ID_VP9   ? "libvpx-vp9"
-                     : parameters.codec_id == AV_CODEC_ID_VP8 ? "libvpx"
-                                                              : nullptr;
-  const AVCodec* codec = name == nullptr ? nullptr : avcodec_find_decoder_by_name(name);
+  const AVCodec* codec = findDecoderOfAlpha(parameters.codec_id);
   return codec == nullptr ? usual : codec;
 }
 
