@@ -153,6 +153,67 @@ TEST(Decode, AFewBytesDoNotUnfoldToGigabytes) {
   EXPECT_FALSE(claim(16384));
 }
 
+std::string little(std::uint32_t value, int bytes) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i) text += static_cast<char>(value >> (8 * i));
+  return text;
+}
+
+/// A TIFF picture one pixel wide whose tiles of so many columns and 16 rows are all the same few bytes.
+std::string tiffOfWideTiles(std::uint32_t height, std::uint32_t columns) {
+  std::string tile;
+  for (std::uint32_t i = 0; i < columns * 16 / 128; ++i) tile += std::string("\x81\x00", 2);  // PackBits: 128 zeros
+  const std::uint32_t tiles = height / 16;
+  constexpr std::uint32_t kData = 8;
+  const auto offsets = static_cast<std::uint32_t>(kData + tile.size());
+  std::string file = "II*" + std::string(1, '\0') + little(offsets + 8 * tiles, 4) + tile;
+  for (std::uint32_t i = 0; i < tiles; ++i) file += little(kData, 4);
+  for (std::uint32_t i = 0; i < tiles; ++i) file += little(static_cast<std::uint32_t>(tile.size()), 4);
+  constexpr int kLong = 4;
+  const std::vector<std::array<std::uint32_t, 3>> entries{
+      {256, 1, 1}, {257, 1, height},  {258, 1, 8},  {259, 1, 32773},       {262, 1, 1},
+      {277, 1, 1}, {322, 1, columns}, {323, 1, 16}, {324, tiles, offsets}, {325, tiles, offsets + 4 * tiles}};
+  file += little(static_cast<std::uint32_t>(entries.size()), 2);
+  for (const auto& [tag, count, value] : entries) {
+    file += little(tag, 2) + little(kLong, 2) + little(count, 4) + little(value, 4);
+  }
+  return file + little(0, 4);
+}
+
+TEST(Decode, TilesBeyondATiffPictureAreNotDecodedWithoutEnd) {
+  EXPECT_TRUE(decodePicture(bytesOf(tiffOfWideTiles(1024, 1024))));
+  // 4 GiB to decode for 65,536 pixels.
+  EXPECT_FALSE(decodePicture(bytesOf(tiffOfWideTiles(65536, 65536))));
+}
+
+/// A progressive JPEG picture whose scans say over and over that nothing changes: 34 bytes each.
+std::string jpegOfScans(std::uint32_t side, int scans) {
+  const auto marker = [](char kind, const std::string& content) {
+    return std::string("\xFF") + kind + big32(static_cast<std::uint32_t>(content.size()) + 2).substr(2) + content;
+  };
+  std::string file = "\xFF\xD8" + marker('\xDB', std::string(1, '\0') + std::string(64, '\1'));
+  file += marker('\xC2', "\x08" + big32(side).substr(2) + big32(side).substr(2) + std::string("\1\1\x11\0", 4));
+  // One code of one bit: a run of up to 32,767 blocks without a further coefficient.
+  file += marker('\xC4', std::string("\x10\1", 2) + std::string(15, '\0') + "\xE0");
+  std::string bits;
+  for (std::uint32_t blocks = side / 8 * (side / 8), done = 0; done < blocks; done += 32767)
+    bits += '0' + std::string(14, '1');
+  bits.resize((bits.size() + 7) / 8 * 8, '1');
+  std::string data;
+  for (std::size_t at = 0; at < bits.size(); at += 8) {
+    data += static_cast<char>(std::stoi(bits.substr(at, 8), nullptr, 2));
+    if (data.back() == '\xFF') data += '\0';
+  }
+  for (int i = 0; i < scans; ++i) file += marker('\xDA', std::string("\1\1\0\1\x3F\0", 6)) + data;
+  return file + "\xFF\xD9";
+}
+
+TEST(Decode, ScansOfAJpegPictureAreLimitedByItsSize) {
+  EXPECT_TRUE(decodePicture(bytesOf(jpegOfScans(256, 300))));
+  EXPECT_TRUE(decodePicture(bytesOf(jpegOfScans(4096, 20))));
+  EXPECT_FALSE(decodePicture(bytesOf(jpegOfScans(4096, 300))));
+}
+
 TEST(Decode, BmpVariants) {
   // 2 x 2, top down, 32 bits, masks with alpha behind a 40-byte header is 3 masks only; here a palette of 2 colours.
   std::string file("BM\0\0\0\0\0\0\0\0\x3E\0\0\0", 14);

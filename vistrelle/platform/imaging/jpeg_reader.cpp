@@ -8,7 +8,9 @@
 namespace vistrelle::platform {
 namespace {
 
-constexpr int kMostScans = 500;  // a small progressive file may ask for thousands of passes over a huge picture
+// A small progressive file may ask for thousands of passes over a huge picture. Real ones take about ten.
+constexpr int kMostScans = 500;
+constexpr std::int64_t kMostPixelsOfAllScans = std::int64_t{1} << 32;
 
 struct Job {
   EncodedBytes bytes;
@@ -31,7 +33,11 @@ void warn(j_common_ptr codec, int level) {
 }
 
 void limitScans(j_common_ptr codec) {
-  if (codec->is_decompressor && reinterpret_cast<j_decompress_ptr>(codec)->input_scan_number > kMostScans) leave(codec);
+  if (!codec->is_decompressor) return;
+  const auto* reader = reinterpret_cast<j_decompress_ptr>(codec);
+  const std::int64_t pixels = std::int64_t{reader->image_width} * reader->image_height;
+  const int scans = reader->input_scan_number;
+  if (scans > kMostScans || scans * pixels > kMostPixelsOfAllScans) leave(codec);
 }
 
 /// Inks to light; Adobe's files hold inverted inks, which is what the library hands on.

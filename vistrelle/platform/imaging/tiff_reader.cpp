@@ -12,6 +12,16 @@ bool canBeRead(TIFF* tiff) {
   return TIFFRGBAImageOK(tiff, reason) == 1;
 }
 
+/// What there is to decode in all. Tiles may be far wider than the picture, rows may have thousands of samples a pixel,
+/// and any number of them may name the same few bytes.
+bool isWithinLimits(TIFF* tiff) {
+  constexpr std::uint64_t kMostBytes = std::uint64_t{Bitmap::kMaxPixels} * 8;  // four samples of 16 bits
+  const bool isTiled = TIFFIsTiled(tiff) != 0;
+  const std::uint64_t piece = isTiled ? TIFFTileSize64(tiff) : TIFFStripSize64(tiff);
+  const std::uint64_t count = isTiled ? TIFFNumberOfTiles(tiff) : TIFFNumberOfStrips(tiff);
+  return piece > 0 && count <= kMostBytes / piece;
+}
+
 }  // namespace
 
 std::shared_ptr<Bitmap> decodeTiff(EncodedBytes bytes) {
@@ -20,7 +30,7 @@ std::shared_ptr<Bitmap> decodeTiff(EncodedBytes bytes) {
     stream.data = bytes.data();
     stream.size = bytes.size();
     const TiffHandle tiff = openTiff(stream, false);
-    if (!tiff || !canBeRead(tiff.get())) return nullptr;
+    if (!tiff || !canBeRead(tiff.get()) || !isWithinLimits(tiff.get())) return nullptr;
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     if (TIFFGetField(tiff.get(), TIFFTAG_IMAGEWIDTH, &width) != 1 ||
