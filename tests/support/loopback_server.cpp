@@ -113,6 +113,17 @@ void LoopbackServer::respond(int connection, const std::string& path) {
     sendAll(connection, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
     while (!ends_ && sendAll(connection, std::string(4096, 'x'))) {
     }
+  } else if (path == "/endless-headers" || path == "/endless-header") {
+    sendAll(connection, "HTTP/1.1 200 OK\r\nX-Long: ");
+    const std::string more = path.ends_with('s') ? "x\r\nX-More: " + std::string(4096, 'x') : std::string(4096, 'x');
+    while (!ends_ && sendAll(connection, more)) {
+    }
+  } else if (path == "/to-headers") {
+    sendAll(connection, response(302, "Location: /to-headers\r\nX-Long: " + std::string(60'000, 'x') + "\r\n", ""));
+  } else if (path == "/packed") {
+    // An empty text of gzip, if anybody unpacked it.
+    const std::string packed("\x1f\x8b\x08\0\0\0\0\0\0\x03\x03\0\0\0\0\0\0\0\0\0", 20);
+    sendAll(connection, response(200, "Content-Encoding: gzip\r\n", packed));
   } else if (path == "/declared-long") {
     sendAll(connection, "HTTP/1.1 200 OK\r\nContent-Length: 10000000000\r\n\r\nx");
   } else if (path == "/slow") {

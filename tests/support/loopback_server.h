@@ -11,8 +11,9 @@ namespace vistrelle::testing {
 
 /// A real HTTP server on the loopback interface, on a free port, while it lives. It answers "/page" ("Hello\n"),
 /// "/redirect" (to /page), "/loop" (to itself), "/to-file" (to file:///etc/hostname), "/status/N" (status N, "body"),
-/// "/endless", "/declared-long" (a length of 10 GB), "/slow" (one byte, then nothing), "/short" (less than it
-/// declared),
+/// "/endless", "/endless-headers" (lines), "/endless-header" (one line), "/to-headers" (to itself, 60 kB of headers
+/// each time), "/packed" (20 bytes that say they are gzip), "/declared-long" (a length of 10 GB), "/slow" (one byte,
+/// then nothing), "/short" (less than it declared),
 /// "/latin1" ("caf" and byte E9), and 404 for everything else. Requests are answered one after the other per thread.
 class LoopbackServer {
  public:

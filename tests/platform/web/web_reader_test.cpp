@@ -66,6 +66,19 @@ TEST_F(WebReaderTest, EndlessBodyIsCutOff) {
   EXPECT_NE(error_, kTimeout);
 }
 
+TEST_F(WebReaderTest, EndlessHeadersAreCutOff) {
+  for (const char* path : {"/endless-headers", "/endless-header", "/to-headers"}) {
+    EXPECT_FALSE(read(path)) << path;
+    EXPECT_NE(error_, kTimeout) << path;
+  }
+  // Redirections count together: 256 KiB are reached at the fifth answer.
+  EXPECT_LT(server_.requests("/to-headers"), 6);
+}
+
+TEST_F(WebReaderTest, PackedBodyIsNotUnpacked) {
+  EXPECT_EQ(read("/packed").value_or("").size(), 20U);
+}
+
 TEST_F(WebReaderTest, SlowBodyIsGivenUp) {
   EXPECT_FALSE(read("/slow", quick()));
   EXPECT_EQ(error_, kTimeout);

@@ -19,6 +19,8 @@ struct WebLimits {
   std::chrono::milliseconds connecting{10'000};
   std::size_t bytes = std::size_t{16} << 20U;
   long redirections = 10;
+  /// Of all answers on the way together.
+  std::size_t headerBytes = std::size_t{256} << 10U;
 };
 
 struct WebAnswer {
