@@ -9,6 +9,7 @@ extern "C" {
 #include <array>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <vector>
 
 #include "vistrelle/platform/base/log.h"
@@ -155,7 +156,11 @@ bool Demuxer::needsStreamInfo() const {
 }
 
 int Demuxer::ioOpen(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary**) {
-  return static_cast<Demuxer*>(context->opaque)->openReference(context, io, url, flags);
+  try {
+    return static_cast<Demuxer*>(context->opaque)->openReference(context, io, url, flags);
+  } catch (const std::bad_alloc&) {
+    return AVERROR(ENOMEM);  // no exception may cross the library
+  }
 }
 
 int Demuxer::openReference(AVFormatContext* context, AVIOContext** io, const char* url, int flags) {
