@@ -16,11 +16,16 @@ set_target_properties(vistrelle-call PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libr
 # ---- library and headers ---------------------------------------------------------------------------
 install(TARGETS ${installed_libraries} EXPORT vistrelle
   LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
-set(VISTRELLE_HEADERS_TO "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
-cmake_path(IS_PREFIX CMAKE_INSTALL_PREFIX "${VISTRELLE_HEADERS_TO}" is_below)
-if(is_below)
-  set(VISTRELLE_HEADERS_TO "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}")
-endif()
+# vistrelle_folder_in_prefix(VARIABLE KIND): CMAKE_INSTALL_<KIND> for a script, below the prefix of the installation.
+function(vistrelle_folder_in_prefix variable kind)
+  set(folder "${CMAKE_INSTALL_FULL_${kind}}")
+  cmake_path(IS_PREFIX CMAKE_INSTALL_PREFIX "${folder}" is_below)
+  if(is_below)
+    set(folder "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_${kind}}")
+  endif()
+  set(${variable} "${folder}" PARENT_SCOPE)
+endfunction()
+vistrelle_folder_in_prefix(VISTRELLE_HEADERS_TO INCLUDEDIR)
 install(CODE "set(source \"${PROJECT_SOURCE_DIR}\")\nset(destination \"${VISTRELLE_HEADERS_TO}\")")
 install(SCRIPT "${CMAKE_CURRENT_LIST_DIR}/install_headers.cmake")
 
@@ -53,7 +58,6 @@ function(vistrelle_pc name description)
     endif()
   endforeach()
   configure_file("${PROJECT_SOURCE_DIR}/cmake/vistrelle.pc.in" "${CMAKE_CURRENT_BINARY_DIR}/package/${name}.pc" @ONLY)
-  install(FILES "${CMAKE_CURRENT_BINARY_DIR}/package/${name}.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endfunction()
 set(text_libraries ${VISTRELLE_STATIC_LIBRARIES_text})
 set(image_libraries ${VISTRELLE_STATIC_LIBRARIES_image} ${text_libraries})
@@ -66,6 +70,9 @@ vistrelle_pc(vistrelle-image "rescaling and writing pictures" ${image_libraries}
 vistrelle_pc(vistrelle-movie "loading movies, still pictures at given times" ${movie_libraries})
 vistrelle_pc(vistrelle-movieinfo "what is in a movie" ${movie_libraries})
 vistrelle_pc(vistrelle-movieedit "cutting, joining and muxing movies, exports" ${movie_libraries})
+vistrelle_folder_in_prefix(VISTRELLE_MODULES_TO LIBDIR)
+install(CODE "set(source \"${CMAKE_CURRENT_BINARY_DIR}/package\")\nset(destination \"${VISTRELLE_MODULES_TO}/pkgconfig\")")
+install(SCRIPT "${CMAKE_CURRENT_LIST_DIR}/install_modules.cmake")
 
 # ---- manual pages and completions ------------------------------------------------------------------
 file(GLOB manuals CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/docs/man/*.in")

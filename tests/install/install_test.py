@@ -29,6 +29,8 @@ def setUpModule():
     unittest.addModuleCleanup(shutil.rmtree, SCRATCH)
     first = SCRATCH / "first"
     run("cmake", "--install", BUILD, "--prefix", first)
+    for module in first.glob("lib*/**/*.pc"):
+        assert module.read_text().startswith(f"prefix={first}\n"), f"{module} names another prefix than its own"
     # Nothing that is installed may depend on where it was installed to.
     PREFIX = SCRATCH / "moved"
     first.rename(PREFIX)
