@@ -25,5 +25,6 @@ vistrelle_load_late(PkgConfig::FFMPEG PkgConfig::SWSCALE PkgConfig::ICU PkgConfi
   PkgConfig::CURL PkgConfig::JPEG PkgConfig::PNG PkgConfig::TIFF PkgConfig::OPENJPEG PkgConfig::LCMS PkgConfig::GIF
   PkgConfig::ZLIB)
 if(VISTRELLE_FFMPEG_STATIC)
-  vistrelle_load_late(PkgConfig::DAV1D PkgConfig::VPX PkgConfig::LZMA PkgConfig::BZIP2)
+  vistrelle_load_late(PkgConfig::DAV1D PkgConfig::VPX PkgConfig::LAME PkgConfig::OPUS PkgConfig::GSM PkgConfig::LZMA
+    PkgConfig::BZIP2)
 endif()
