@@ -29,16 +29,16 @@ AvPtr<AVCodecContext> openEncoder(const SoundFormat& format, std::string* error)
   encoder->sample_rate = format.rate;
   encoder->time_base = {1, format.rate};
   encoder->profile = FF_PROFILE_AAC_LOW;
-  av_channel_layout_copy(&encoder->ch_layout, &format.layout);
+  int status = av_channel_layout_copy(&encoder->ch_layout, &format.layout);
   // A block of 1024 samples holds at most 6144 bits a channel (ISO/IEC 14496-3, 4.5.3.1).
   const std::int64_t most = std::int64_t{6144} * format.rate / 1024;
   encoder->bit_rate = std::min(kBitsPerChannel, most) * format.layout.nb_channels;
   encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER | AV_CODEC_FLAG_BITEXACT;
   AVDictionary* options = nullptr;
   // Noise in place of a band, and one channel in place of two, save bits that are not short at this rate.
-  av_dict_set(&options, "aac_pns", "0", 0);
-  av_dict_set(&options, "aac_is", "0", 0);
-  const int status = avcodec_open2(encoder.get(), codec, &options);
+  if (status >= 0) status = av_dict_set(&options, "aac_pns", "0", 0);
+  if (status >= 0) status = av_dict_set(&options, "aac_is", "0", 0);
+  if (status >= 0) status = avcodec_open2(encoder.get(), codec, &options);
   av_dict_free(&options);
   if (status >= 0) return encoder;
   *error = avErrorText(status);

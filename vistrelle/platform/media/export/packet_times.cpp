@@ -12,7 +12,7 @@ namespace vistrelle::platform {
 PictureTimes::PictureTimes(const AVCodecParameters& parameters, bool numbersFrames)
     : numbersFrames_(numbersFrames), parser_(av_parser_init(parameters.codec_id)) {
   context_.reset(avcodec_alloc_context3(nullptr));
-  if (context_) avcodec_parameters_to_context(context_.get(), &parameters);
+  if (context_ && avcodec_parameters_to_context(context_.get(), &parameters) < 0) context_.reset();
   if (parser_) parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
   hasOrder_ = parameters.codec_id == AV_CODEC_ID_H264 || parameters.codec_id == AV_CODEC_ID_HEVC;
 }

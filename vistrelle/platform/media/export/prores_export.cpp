@@ -48,7 +48,7 @@ class ProResExport {
   bool openSound(std::string* error);
   bool openPictures(std::string* error);
   bool openEncoder(const PictureForm& form, std::string* error);
-  void keepOrientation(const PictureWalk::Shown& first);
+  bool keepOrientation(const PictureWalk::Shown& first);
   bool beginMovie(std::string* error);
   bool showPicture(std::string* error);
   bool encode(AVFrame* frame, std::string* error);
@@ -124,19 +124,20 @@ bool ProResExport::openEncoder(const PictureForm& form, std::string* error) {
   encoder_->thread_count = 0;
   encoder_->codec_tag = MKTAG('a', 'p', 'c', 'n');
   AVDictionary* options = nullptr;
-  av_dict_set(&options, "profile", "standard", 0);
-  const int status = avcodec_open2(encoder_.get(), codec, &options);
+  int status = av_dict_set(&options, "profile", "standard", 0);
+  if (status >= 0) status = avcodec_open2(encoder_.get(), codec, &options);
   av_dict_free(&options);
   if (status < 0) *error = avErrorText(status);
   return status >= 0;
 }
 
 /// Rotation and mirroring stay facts of the track, stored as they were.
-void ProResExport::keepOrientation(const PictureWalk::Shown& first) {
+bool ProResExport::keepOrientation(const PictureWalk::Shown& first) {
   const std::span<const std::uint8_t> matrix = first.decoder->displayMatrix();
-  if (matrix.empty()) return;
+  if (matrix.empty()) return true;
   std::uint8_t* stored = av_stream_new_side_data(pictures_, AV_PKT_DATA_DISPLAYMATRIX, matrix.size());
   if (stored != nullptr) std::memcpy(stored, matrix.data(), matrix.size());
+  return stored != nullptr;
 }
 
 bool ProResExport::beginMovie(std::string* error) {
@@ -148,7 +149,7 @@ bool ProResExport::beginMovie(std::string* error) {
     pictures_ = muxer_->addStream(*encoder_);
     isGood = pictures_ != nullptr;
     if (isGood) pictures_->codecpar->width = width_;
-    if (isGood) keepOrientation(shown_);
+    isGood = isGood && keepOrientation(shown_);
     options.emplace_back("video_track_timescale", format("{}", scale_));
   }
   if (mix_ && isGood) {

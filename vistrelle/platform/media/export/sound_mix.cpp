@@ -281,7 +281,10 @@ bool SoundMix::read(AVFrame& frame, int atMost, std::string* error) {
   const auto count = static_cast<int>(std::min<std::int64_t>(atMost, length_ - position_));
   frame.format = AV_SAMPLE_FMT_FLTP;
   frame.sample_rate = format_.rate;
-  av_channel_layout_copy(&frame.ch_layout, &format_.layout);
+  if (const int status = av_channel_layout_copy(&frame.ch_layout, &format_.layout); status < 0) {
+    *error = avErrorText(status);
+    return false;
+  }
   frame.nb_samples = count;
   if (count <= 0) {
     frame.nb_samples = 0;

@@ -85,8 +85,11 @@ MediaTime decodedDuration(MovieSource& source, int streamIndex) {
   for (bool atEnd = false; !atEnd;) {
     atEnd = demuxer->read(*packet) < 0;
     if (!atEnd && packet->stream_index != streamIndex) continue;
-    avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());  // a refused packet is a frame less
-    while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) span.add(*frame);
+    const int sent = avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());
+    int received = 0;
+    while ((received = avcodec_receive_frame(decoder.get(), frame.get())) >= 0) span.add(*frame);
+    // Another refused packet is a frame less.
+    if (sent == AVERROR(ENOMEM) || received == AVERROR(ENOMEM)) return MediaTime::invalid();
   }
   const bool isWhole = !source.interrupt()->requested && demuxer->failure() == 0;
   return isWhole ? span.duration() : MediaTime::invalid();

@@ -32,7 +32,8 @@ std::shared_ptr<const FirstFrame> readFirstFrame(Demuxer& demuxer, int streamInd
     atEnd = status < 0;
     if (!atEnd && packet->stream_index != streamIndex) continue;
     ++packets;
-    avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());  // refused ones are followed by better ones
+    const int sent = avcodec_send_packet(decoder.get(), atEnd ? nullptr : packet.get());
+    if (sent == AVERROR(ENOMEM)) return nullptr;  // other refused ones are followed by better ones
     if (avcodec_receive_frame(decoder.get(), first->frame.get()) >= 0) {
       keepKnownColours(*first->frame);
       first->profile = decoder->profile;
