@@ -216,11 +216,12 @@ TEST_F(TerminalTest, NothingThatATerminalObeysIsShown) {
   TerminalRun run([] {
     return alertGiveUp(
                "\x1b]0;title\x07 \xC2\x9B"
-               "2J",
+               "2J \x9B"
+               "31m é",
                "a\rb\tc\nd", "A\x1b[H", kNone, kNone, 0, 1)
         .value_or("");
   });
-  EXPECT_TRUE(run.shows("[i] ?]0;title? ?2J\r\na?b\tc\r\nd\r\n  1) A?[H\r\n"));
+  EXPECT_TRUE(run.shows("[i] ?]0;title? ?2J ?31m é\r\na?b\tc\r\nd\r\n  1) A?[H\r\n"));
   EXPECT_EQ(run.result(), "A\x1b[H");
 }
 

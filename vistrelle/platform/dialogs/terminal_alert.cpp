@@ -3,10 +3,12 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/base/utf8.h"
 #include "vistrelle/platform/dialogs/alert_state.h"
 #include "vistrelle/platform/dialogs/listener.h"
 #include "vistrelle/platform/dialogs/terminal.h"
@@ -26,18 +28,20 @@ constexpr milliseconds kPoll{50};
 /// when the next alert is shown does not answer it.
 std::atomic<bool> returnExpected{false};
 
-/// The text without what a terminal would obey: control characters other than tab and line feed become "?".
-std::string printable(const std::string& text) {
+/// The text without what a terminal would obey: control characters other than tab and line feed, and stray bytes, which
+/// a terminal of eight bits may take for such, become "?".
+std::string printable(std::string_view text) {
   std::string result;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const auto next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
-    if (byte == 0xC2 && next >= 0x80 && next < 0xA0) {
+  for (std::size_t offset = 0; offset < text.size();) {
+    const Character character = characterAt(text, offset);
+    const bool isLayout = character.code == U'\n' || character.code == U'\t';
+    const bool isControl = character.code < 0x20 || (character.code >= 0x7F && character.code < 0xA0);
+    if (!character.valid || (isControl && !isLayout)) {
       result += '?';
-      ++i;
     } else {
-      result += (byte < 0x20 && byte != '\n' && byte != '\t') || byte == 0x7F ? '?' : text[i];
+      result += text.substr(offset, character.length);
     }
+    offset += character.length;
   }
   return result;
 }
