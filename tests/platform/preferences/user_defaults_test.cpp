@@ -164,6 +164,25 @@ TEST(UserDefaults, DamagedFileIsSetAsideAndNeverOverwritten) {
             1);
 }
 
+TEST(UserDefaults, WhatIsNoFileIsSetAsideWithoutWaiting) {
+  const ScratchFolder scratch;
+  const auto path = scratch.file("a.plist");
+  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+  const RecordingLog log;
+  EXPECT_FALSE(fileDefaults(path)->object("key"));
+  EXPECT_TRUE(fs::is_fifo(path + ".damaged"));
+  scratch.write("sub/inside", "x");
+  fs::rename(scratch.file("sub"), path);
+  fileDefaults(path)->set("key", 1);
+  EXPECT_EQ(readFile(path + ".damaged-2/inside"), "x");
+  EXPECT_EQ(fileDefaults(path)->object("key"), Value(1));
+  // Whoever made the lock's name a pipe does not stop the process either.
+  fs::remove(path + ".lock");
+  ASSERT_EQ(::mkfifo((path + ".lock").c_str(), 0600), 0);
+  fileDefaults(path)->set("key", 2);
+  EXPECT_EQ(fileDefaults(path)->object("key"), Value(2));
+}
+
 TEST(UserDefaults, UnreadableFileIsLeftAlone) {
   EXPECT_TRUE(testing::inChild([] {
     testing::becomeNobody();
