@@ -10,6 +10,7 @@
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/files/file_manager.h"
 #include "vistrelle/platform/files/file_writing.h"
+#include "vistrelle/platform/files/termination_hold.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -71,6 +72,7 @@ int OutputFile::nameTemporary() {
 }
 
 int OutputFile::takeName() {
+  const TerminationHold hold;  // no hidden name is left behind
   const int folder = place_.folder.get();
   const char* name = place_.name.c_str();
   if (!replaces_ && temporary_.empty()) {
