@@ -1,5 +1,6 @@
-// What a worker may send, as the tool takes it: messages through a real channel, records put together from them, and a
-// picture whose room, planes and description are the worker's. A picture that is believed can be drawn.
+// What a worker may send, as the tool takes it: messages through a real channel, records put together from them,
+// metadata and details, and a picture whose room, planes and description are the worker's. A picture that is believed
+// can be drawn, facts that are believed are the same when they are sent again.
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,7 +12,9 @@
 #include "fuzz/support.h"
 #include "vistrelle/platform/imaging/drawing.h"
 #include "vistrelle/platform/media/confined/channel.h"
+#include "vistrelle/platform/media/confined/movie_facts.h"
 #include "vistrelle/platform/media/confined/picture_transfer.h"
+#include "vistrelle/platform/media/confined/pieces.h"
 #include "vistrelle/platform/media/confined/worker_answers.h"
 
 namespace {
@@ -64,6 +67,28 @@ void takeRecords(Input& input) {
   }
 }
 
+std::span<const std::byte> bytesOf(std::string_view text) {
+  return std::as_bytes(std::span(text.data(), text.size()));
+}
+
+void takeMetadata(std::string_view sent) {
+  const auto metadata = metadataFrom(bytesOf(sent));
+  if (!metadata) return;
+  require(metadata->common.size() <= 1000 && metadata->formats.size() <= 101 && metadata->chapterLocales.size() <= 100);
+  const Data again = bytesOf(*metadata, kMostMetadataBytes);
+  const auto same = metadataFrom(again);
+  require(same && bytesOf(*same, kMostMetadataBytes) == again);
+}
+
+void takeDetails(std::string_view sent) {
+  const auto details = detailsFrom(bytesOf(sent));
+  if (!details) return;
+  require(!details->frameRate || details->frameRate->denominator > 0);
+  const Data again = bytesOf(*details);
+  const auto same = detailsFrom(again);
+  require(same && bytesOf(*same) == again);
+}
+
 void takePicture(Input& input) {
   wire::PlaneShape shape;
   const std::size_t layout = input.take<std::uint8_t>();
@@ -101,7 +126,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const bool silenced = (silenceLog(), true);
   require(silenced);
   Input input(data, size);
-  if (input.take<std::uint8_t>() % 2 == 0) {
+  const auto what = input.take<std::uint8_t>();
+  if (what == 'm') {
+    takeMetadata(input.rest());
+  } else if (what == 'd') {
+    takeDetails(input.rest());
+  } else if (what % 2 == 0) {
     takeRecords(input);
   } else {
     takePicture(input);

@@ -11,6 +11,7 @@
 #include "tests/platform/confined/confined_movies.h"
 #include "tests/support/recording_log.h"
 #include "vistrelle/platform/imaging/frame_layout.h"
+#include "vistrelle/platform/media/asset_reader.h"
 #include "vistrelle/platform/media/confined/picture_transfer.h"
 #include "vistrelle/platform/media/ffmpeg/asset.h"
 
@@ -93,6 +94,61 @@ void expectSameTrack(const platform::Track& one, const platform::Track& other) {
   }
 }
 
+using DetailTexts = std::vector<platform::OptionalText>;
+using DetailNumbers = std::vector<std::optional<std::int64_t>>;
+
+DetailTexts textsOf(const platform::TrackDetails& details) {
+  return {details.codec,           details.profile,        details.language,     details.pixelFormat,
+          details.colourPrimaries, details.colourTransfer, details.colourMatrix, details.colourRange,
+          details.hdrClass,        details.startTimecode};
+}
+
+DetailNumbers numbersOf(const platform::TrackDetails& details) {
+  const auto& rate = details.frameRate;
+  DetailNumbers numbers{details.bitDepth, details.rotation, details.sampleRate, details.channels, details.isMirrored};
+  numbers.push_back(rate ? std::optional(rate->numerator) : std::nullopt);
+  numbers.push_back(rate ? std::optional(rate->denominator) : std::nullopt);
+  numbers.push_back(rate && rate->varies ? std::optional<std::int64_t>(*rate->varies) : std::nullopt);
+  return numbers;
+}
+
+void expectSameDetails(const platform::TrackDetails& one, const platform::TrackDetails& other) {
+  EXPECT_EQ(textsOf(one), textsOf(other));
+  EXPECT_EQ(numbersOf(one), numbersOf(other));
+  EXPECT_EQ(one.headerDuration.description(), other.headerDuration.description());
+  EXPECT_EQ(one.decodedDuration.description(), other.decodedDuration.description());
+}
+
+/// Reads both tracks side by side, `most` samples.
+void expectSameSamples(Asset& one, Asset& other, std::size_t track, int most) {
+  std::string error;
+  const auto left = one.makeReader(&error);
+  const auto right = other.makeReader(&error);
+  ASSERT_TRUE(left && right) << error;
+  EXPECT_FALSE(right->canAddOutput(one.tracks()[track]));  // another movie's
+  for (const auto& [reader, movie] : {std::pair(left.get(), &one), std::pair(right.get(), &other)}) {
+    ASSERT_TRUE(reader->canAddOutput(movie->tracks()[track]));
+    reader->addOutput(movie->tracks()[track]);
+    EXPECT_FALSE(reader->canAddOutput(movie->tracks()[track]));
+    EXPECT_TRUE(reader->startReading());
+    EXPECT_FALSE(reader->startReading());
+  }
+  for (int i = 0; i < most; ++i) {
+    const auto wanted = left->copyNextSampleBuffer();
+    const auto sample = right->copyNextSampleBuffer();
+    EXPECT_EQ(left->status(), right->status());
+    EXPECT_EQ(left->error(), right->error());
+    ASSERT_EQ(wanted.has_value(), sample.has_value()) << i;
+    if (!wanted) return;
+    ASSERT_EQ(wanted->bytes, sample->bytes) << i;
+    EXPECT_EQ(wanted->presentation.description(), sample->presentation.description());
+    EXPECT_EQ(wanted->duration.description(), sample->duration.description());
+  }
+  right->cancelReading();
+  EXPECT_EQ(right->status(), platform::ReaderStatus::cancelled);
+  EXPECT_FALSE(right->copyNextSampleBuffer());
+}
+
 class EveryMovie : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
@@ -127,6 +183,27 @@ TEST_P(EveryMovie, HasTheSameFactsAndLines) {
   ASSERT_EQ(tracks.size(), others.size());
   for (std::size_t i = 0; i < tracks.size(); ++i) expectSameTrack(*tracks[i], *others[i]);
   EXPECT_EQ(linesInProcess, linesConfined);
+}
+
+TEST_P(EveryMovie, HasTheSameMetadataAndDetails) {
+  const platform::MovieMetadata wanted = inProcess->metadata();
+  const platform::MovieMetadata metadata = confined->metadata();
+  EXPECT_EQ(wanted.common, metadata.common);
+  EXPECT_EQ(wanted.formats, metadata.formats);
+  EXPECT_EQ(wanted.chapterLocales, metadata.chapterLocales);
+  EXPECT_EQ(wanted.lyrics, metadata.lyrics);
+  EXPECT_EQ(inProcess->headerDuration().description(), confined->headerDuration().description());
+  const auto tracks = inProcess->tracks();
+  const auto others = confined->tracks();
+  ASSERT_EQ(tracks.size(), others.size());
+  for (std::size_t i = 0; i < tracks.size(); ++i) expectSameDetails(tracks[i]->details(), others[i]->details());
+}
+
+TEST_P(EveryMovie, GivesTheSameSamples) {
+  for (std::size_t i = 0; i < inProcess->tracks().size(); ++i) {
+    SCOPED_TRACE("track " + std::to_string(i));
+    expectSameSamples(*inProcess, *confined, i, 100);
+  }
 }
 
 TEST_P(EveryMovie, GivesTheSamePicturesInEveryShape) {

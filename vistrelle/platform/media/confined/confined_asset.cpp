@@ -6,6 +6,7 @@
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ahead_generator.h"
+#include "vistrelle/platform/media/confined/confined_reader.h"
 #include "vistrelle/platform/media/loading.h"
 
 namespace vistrelle::platform {
@@ -56,6 +57,7 @@ struct ConfinedAsset::LoadState {
   const std::shared_ptr<ConfinedMovie> movie;
   Loading loading;
   MovieRecord record;
+  bool isLoaded = false;
   std::vector<std::shared_ptr<Track>> tracks;
 
   void load();
@@ -72,6 +74,7 @@ void ConfinedAsset::LoadState::load() {
       tracks.push_back(std::make_shared<ConfinedTrack>(movie, index++, std::move(track)));
     }
     record = std::move(*loaded);
+    isLoaded = true;
   });
   if (!completions) return;
   if (!error.empty()) log("movie open          :-( '{}': {}", movie->name(), error);
@@ -113,6 +116,25 @@ MovieRecord ConfinedAsset::record() const {
 
 MediaTime ConfinedAsset::duration() const {
   return record().duration;
+}
+
+MediaTime ConfinedAsset::headerDuration() const {
+  return record().headerDuration;
+}
+
+bool ConfinedAsset::isLoaded() const {
+  const std::lock_guard lock(state_->loading.mutex());
+  return state_->isLoaded;
+}
+
+MovieMetadata ConfinedAsset::metadata() const {
+  return isLoaded() ? state_->movie->metadata() : MovieMetadata{};
+}
+
+std::unique_ptr<AssetReader> ConfinedAsset::makeReader(std::string* error) {
+  if (isLoaded()) return makeConfinedReader(state_->movie);
+  if (error != nullptr) *error = "the movie has not been loaded";
+  return nullptr;
 }
 
 bool ConfinedAsset::isPlayable() const {

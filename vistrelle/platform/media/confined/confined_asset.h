@@ -3,10 +3,12 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "vistrelle/platform/media/asset.h"
+#include "vistrelle/platform/media/asset_reader.h"
 #include "vistrelle/platform/media/confined/worker_answers.h"
 #include "vistrelle/platform/media/confined/worker_link.h"
 
@@ -20,6 +22,13 @@ struct PictureWish {
   ApertureMode apertureMode = ApertureMode::cleanAperture;
 };
 
+/// How reading samples stands, and the sample that was read.
+struct ReadingRecord {
+  ReaderStatus status = ReaderStatus::failed;
+  OptionalText error;  ///< present when it failed
+  std::optional<SampleBuffer> sample;
+};
+
 /// A movie and the worker that reads it. All calls may come from any thread; requests follow one another.
 class ConfinedMovie {
  public:
@@ -28,6 +37,7 @@ class ConfinedMovie {
 
   const std::string& name() const { return name_; }
   std::uint32_t nextGenerator() { return ++generators_; }
+  std::uint32_t nextReader() { return ++readers_; }
 
   /// Nothing with an error text when the worker failed or was stopped.
   std::optional<MovieRecord> load(std::string* error);
@@ -37,6 +47,13 @@ class ConfinedMovie {
   void drop(std::uint32_t generator);
   /// The natural size of a track (-1: of the movie); zero when the worker fails.
   Size naturalSize(std::int32_t track);
+  /// Both are empty, and a line says why, when the worker fails.
+  MovieMetadata metadata();
+  TrackDetails details(std::int32_t track);
+  /// Samples of a track; a reader's place is lost with its worker, and reading has failed.
+  ReadingRecord startReading(std::uint32_t reader, std::int32_t track);
+  ReadingRecord nextSample(std::uint32_t reader);
+  void endReading(std::uint32_t reader);
   /// Ends a request that is going on, and refuses further ones.
   void stop();
 
@@ -50,6 +67,14 @@ class ConfinedMovie {
   FrameResult readFrame(WorkerLink& link);
   FrameResult copyFrameNow(const PictureWish& wish, const MediaTime& time, const std::vector<MediaTime>& announced);
   std::optional<Size> measure(std::int32_t track);
+  template <typename Facts>
+  Facts askFacts(const Message& question, std::size_t most,
+                 std::optional<Facts> (*factsFrom)(std::span<const std::byte>));
+  /// `withoutSample` is how reading stands after an answer that has no sample and is no failure.
+  ReadingRecord askReading(const Message& question, ReaderStatus withoutSample);
+  ReadingRecord readReading(WorkerLink& link, ReaderStatus withoutSample);
+  /// What follows `message` until all of it is there; nothing when the worker failed or lied.
+  std::optional<Data> joined(WorkerLink& link, std::optional<Message> message, std::size_t most);
   void stopTalk();
 
   std::shared_ptr<Nursery> nursery_;
@@ -57,6 +82,7 @@ class ConfinedMovie {
   std::string name_;
   WorkerLink::Patience patience_;
   std::atomic<std::uint32_t> generators_ = 0;
+  std::atomic<std::uint32_t> readers_ = 0;
 
   std::mutex mutex_;  // one request at a time
   std::optional<MovieRecord> record_;
@@ -83,7 +109,11 @@ class ConfinedTrack : public Track {
   float nominalFrameRate() const override { return record_.frameRate; }
   bool isDecodable() const override { return record_.isDecodable; }
   bool isProtected() const override { return record_.isProtected; }
+  TrackDetails details() const override { return movie_->details(index_); }
   std::unique_ptr<ImageGenerator> makeImageGenerator() const override;
+
+  const std::shared_ptr<ConfinedMovie>& movie() const { return movie_; }
+  std::int32_t index() const { return index_; }
 
  private:
   std::shared_ptr<ConfinedMovie> movie_;
@@ -109,12 +139,16 @@ class ConfinedAsset : public Asset {
   bool hasProtectedContent() const override;
   std::unique_ptr<ImageGenerator> makeImageGenerator() override;
   Size naturalSize() const override;
+  MediaTime headerDuration() const override;
+  MovieMetadata metadata() const override;
+  std::unique_ptr<AssetReader> makeReader(std::string* error) override;
 
   const std::shared_ptr<ConfinedMovie>& movie() const;
 
  private:
   struct LoadState;
   MovieRecord record() const;
+  bool isLoaded() const;
   std::shared_ptr<LoadState> state_;
 };
 

@@ -76,15 +76,13 @@ bool ConfinedMovie::ensureWorker(std::string* error) {
 
 std::optional<MovieRecord> ConfinedMovie::readRecord(WorkerLink& link) {
   MovieRecordReader reader;
-  while (!reader.isComplete()) {
-    const std::optional<Message> message = link.answer();
-    if (!message) return std::nullopt;
-    if (!reader.take(*message)) {
-      link.reject("facts of a movie that cannot be");
-      return std::nullopt;
-    }
+  std::optional<Message> message = link.answer();
+  while (message && reader.take(*message)) {
+    if (reader.isComplete()) return reader.record();
+    message = link.furtherAnswer();
   }
-  return reader.record();
+  if (message) link.reject("facts of a movie that cannot be");
+  return std::nullopt;
 }
 
 bool ConfinedMovie::tellTimes(const PictureWish& wish, const std::vector<MediaTime>& times) {

@@ -13,26 +13,33 @@ namespace vistrelle::platform::wire {
 enum class Kind : std::uint32_t {
   none,
   // to a worker
-  open,         ///< Open, tail: the movie's name; with its descriptor. Answered by movie, tracks and formats
-  announce,     ///< Announce, tail: times
-  copyFrame,    ///< FrameRequest. Answered by frame
-  drop,         ///< Drop: a generator is not needed any more
-  measure,      ///< Measure. Answered by size
-  room,         ///< Granted, with a memory file to put a picture in; without when there is none
-  reference,    ///< Granted, tail: an error text; with the descriptor of the file referred to
-  waitingRoom,  ///< Granted, with a temporary file's descriptor
+  open,           ///< Open, tail: the movie's name; with its descriptor. Answered by movie, tracks and formats
+  announce,       ///< Announce, tail: times
+  copyFrame,      ///< FrameRequest. Answered by frame
+  drop,           ///< Drop: a generator is not needed any more
+  measure,        ///< Measure. Answered by size
+  room,           ///< Granted, with a memory file to put a picture in; without when there is none
+  reference,      ///< Granted, tail: an error text; with the descriptor of the file referred to
+  waitingRoom,    ///< Granted, with a temporary file's descriptor
+  describeMovie,  ///< Nothing. Answered by pieces: the metadata
+  describeTrack,  ///< Describe. Answered by pieces: the details
+  startReading,   ///< StartReading. Answered by reading
+  nextSample,     ///< Reader. Answered by reading, and by pieces when that says that there is a sample
+  endReading,     ///< Reader: it is not needed any more
   // from a worker
-  hello,             ///< ConfinementReport, once at the start
-  log,               ///< Nothing, tail: a line
-  progress,          ///< Nothing: it is at work
-  movie,             ///< Movie
-  track,             ///< Track, tail: the description
-  format,            ///< Format: of the track before
-  frame,             ///< Frame, tail: the error text
-  size,              ///< Size
-  roomWanted,        ///< PlaneShape. Answered by room
-  referenceWanted,   ///< Nothing, tail: the path relative to the movie's folder. Answered by reference
-  waitingRoomWanted  ///< Nothing. Answered by waitingRoom
+  hello,              ///< ConfinementReport, once at the start
+  log,                ///< Nothing, tail: a line
+  progress,           ///< Nothing: it is at work
+  movie,              ///< Movie
+  track,              ///< Track, tail: the description
+  format,             ///< Format: of the track before
+  frame,              ///< Frame, tail: the error text
+  size,               ///< Size
+  roomWanted,         ///< PlaneShape. Answered by room
+  referenceWanted,    ///< Nothing, tail: the path relative to the movie's folder. Answered by reference
+  waitingRoomWanted,  ///< Nothing. Answered by waitingRoom
+  piece,              ///< Piece, tail: bytes
+  reading             ///< Reading, tail: the error text
 };
 
 struct Nothing {
@@ -85,12 +92,27 @@ struct Size {
   double height = 0;
 };
 
+struct Describe {
+  std::int32_t track = 0;
+};
+
+/// A reader of samples: its number, unique in the movie, and the track that it reads.
+struct StartReading {
+  std::uint32_t reader = 0;
+  std::int32_t track = 0;
+};
+
+struct Reader {
+  std::uint32_t reader = 0;
+};
+
 struct Granted {
   std::int64_t size = -1;  ///< of the file that comes along; -1 when none does
 };
 
 struct Movie {
   Time duration;
+  Time headerDuration;
   std::uint32_t isPlayable = 0;
   std::uint32_t isProtected = 0;
   std::uint32_t hasPictures = 0;
@@ -127,6 +149,19 @@ struct PlaneShape {
   std::int32_t height = 0;
 };
 
+/// One of the pieces of something long. All but the last are as long as a text may be.
+struct Piece {
+  std::uint32_t isLast = 0;
+};
+
+/// How reading stands after a request, and the sample that was read.
+struct Reading {
+  Time presentation;
+  Time duration;
+  std::uint32_t status = 0;  ///< a ReaderStatus
+  std::uint32_t hasSample = 0;
+};
+
 /// The answer to a request. Planes lie in the room granted before, laid out as its shape says.
 struct Frame {
   Time time;
@@ -147,6 +182,8 @@ static_assert(std::has_unique_object_representations_v<Time> && std::has_unique_
               std::has_unique_object_representations_v<Announce> &&
               std::has_unique_object_representations_v<FrameRequest> &&
               std::has_unique_object_representations_v<Drop> && std::has_unique_object_representations_v<Measure> &&
-              std::has_unique_object_representations_v<Granted>);
+              std::has_unique_object_representations_v<Describe> &&
+              std::has_unique_object_representations_v<StartReading> &&
+              std::has_unique_object_representations_v<Reader> && std::has_unique_object_representations_v<Granted>);
 
 }  // namespace vistrelle::platform::wire

@@ -15,8 +15,11 @@
 #include <string>
 
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/confined/movie_facts.h"
 #include "vistrelle/platform/media/confined/picture_transfer.h"
+#include "vistrelle/platform/media/confined/pieces.h"
 #include "vistrelle/platform/media/confined/refused_memory.h"
+#include "vistrelle/platform/media/confined/sample_server.h"
 #include "vistrelle/platform/media/confined/worker_answers.h"
 #include "vistrelle/platform/media/ffmpeg/asset.h"
 #include "vistrelle/platform/media/ffmpeg/waiting_room.h"
@@ -142,7 +145,8 @@ class PassedRooms : public WaitingRooms {
 /// Answers requests about one movie.
 class Server {
  public:
-  explicit Server(std::shared_ptr<Line> line) : line_(std::move(line)) {}
+  explicit Server(std::shared_ptr<Line> line)
+      : line_(std::move(line)), samples_([this](const Message& message) { line_->send(message); }) {}
 
   void run() {
     Message request;
@@ -167,6 +171,16 @@ class Server {
         return copyFrame(request);
       case Kind::measure:
         return measure(request);
+      case Kind::describeMovie:
+        return describeMovie(request);
+      case Kind::describeTrack:
+        return describeTrack(request);
+      case Kind::startReading:
+        return samples_.startReading(request, movie_.get());
+      case Kind::nextSample:
+        return samples_.nextSample(request);
+      case Kind::endReading:
+        return samples_.endReading(request);
       case Kind::drop: {
         wire::Drop drop;
         return request.read(&drop) && (pictures_.erase(drop.generator), true);
@@ -203,6 +217,27 @@ class Server {
     }
     line_->send(Message(number(Kind::size), wire::Size{size.width, size.height}));
     return true;
+  }
+
+  bool describeMovie(const Message& request) {
+    wire::Nothing nothing;
+    if (!request.read(&nothing)) return false;
+    sendFacts(bytesOf(movie_ ? movie_->metadata() : MovieMetadata{}, kMostMetadataBytes));
+    return true;
+  }
+
+  bool describeTrack(const Message& request) {
+    wire::Describe wanted;
+    if (!request.read(&wanted)) return false;
+    const auto tracks = movie_ ? movie_->tracks() : std::vector<std::shared_ptr<Track>>{};
+    const auto index = static_cast<std::size_t>(wanted.track);
+    const bool isThere = wanted.track >= 0 && index < tracks.size();
+    sendFacts(bytesOf(isThere ? tracks[index]->details() : TrackDetails{}));
+    return true;
+  }
+
+  void sendFacts(const Data& facts) const {
+    sendInPieces(facts, [this](const Message& message) { line_->send(message); });
   }
 
   Pictures& picturesOf(std::uint32_t number, std::int32_t track) {
@@ -272,6 +307,7 @@ class Server {
   std::shared_ptr<Line> line_;
   std::shared_ptr<UrlAsset> movie_;
   std::map<std::uint32_t, Pictures> pictures_;
+  SampleServer samples_;
 };
 
 }  // namespace

@@ -51,6 +51,7 @@ std::vector<Message> answersAbout(Asset& movie) {
   const auto tracks = movie.tracks();
   wire::Movie answer;
   answer.duration = toWire(movie.duration());
+  answer.headerDuration = toWire(movie.headerDuration());
   answer.isPlayable = flag(movie.isPlayable());
   answer.isProtected = flag(movie.hasProtectedContent());
   answer.hasPictures = flag(movie.makeImageGenerator() != nullptr);
@@ -96,8 +97,10 @@ bool MovieRecordReader::takeMovie(const Message& message) {
   wire::Movie movie;
   if (hasMovie_ || !message.read(&movie) || movie.tracks > kMostTracks) return false;
   const auto duration = fromWire(movie.duration);
-  if (!duration) return false;
+  const auto headerDuration = fromWire(movie.headerDuration);
+  if (!duration || !headerDuration) return false;
   record_.duration = *duration;
+  record_.headerDuration = *headerDuration;
   record_.isPlayable = movie.isPlayable != 0;
   record_.isProtected = movie.isProtected != 0;
   record_.hasPictures = movie.hasPictures != 0;

@@ -39,6 +39,7 @@ struct TrackRecord {
 
 struct MovieRecord {
   MediaTime duration = MediaTime::zero();
+  MediaTime headerDuration = MediaTime::invalid();
   bool isPlayable = false;
   bool isProtected = false;
   bool hasPictures = false;

@@ -55,10 +55,15 @@ void WorkerLink::reject(const char* what) {
 }
 
 std::optional<Message> WorkerLink::answer() {
-  const auto start = steady_clock::now();
+  startOfAnswer_ = steady_clock::now();
   linesOfAnswer_ = 0;
+  return furtherAnswer();
+}
+
+std::optional<Message> WorkerLink::furtherAnswer() {
   while (!hasFailed_) {
-    const auto left = patience_.longestAnswer - std::chrono::duration_cast<milliseconds>(steady_clock::now() - start);
+    const auto passed = std::chrono::duration_cast<milliseconds>(steady_clock::now() - startOfAnswer_);
+    const auto left = patience_.longestAnswer - passed;
     const auto wait = std::max(milliseconds(0), std::min(patience_.silence, left));
     Message message;
     switch (worker_.channel.receive(&message, static_cast<int>(wait.count()), false)) {

@@ -32,9 +32,11 @@ class WorkerLink {
   /// Hands the movie over. The worker's answers follow.
   bool open(std::shared_ptr<InputFile> file, const std::string& name);
   bool send(const Message& message, int descriptor = -1);
-  /// The next message that is an answer; nothing when there is none: then the link is of no use any more and
+  /// The first message that is an answer; nothing when there is none: then the link is of no use any more and
   /// failure() tells why.
   std::optional<Message> answer();
+  /// The next message of an answer of several, for which all of them together have the time of one.
+  std::optional<Message> furtherAnswer();
   /// Gives up: what came is no answer to what was asked.
   void reject(const char* what);
   /// The picture room that the worker filled last; empty when it asked for none since the last call.
@@ -65,6 +67,7 @@ class WorkerLink {
   bool hasFailed_ = false;
   bool hasEnded_ = false;
   int linesOfAnswer_ = 0;
+  std::chrono::steady_clock::time_point startOfAnswer_;
   int references_ = 0;
   int waitingRooms_ = 0;
   std::string failure_;
