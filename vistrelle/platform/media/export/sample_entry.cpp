@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "vistrelle/platform/base/format.h"
@@ -102,6 +103,27 @@ std::vector<std::uint8_t> tinyMovie(const char* muxer, const AVStream& stream, c
   return movie;
 }
 
+/// The bytes of a movie in memory.
+class MovieInMemory : public InputBytes {
+ public:
+  explicit MovieInMemory(std::vector<std::uint8_t> bytes) : bytes_(std::move(bytes)) {}
+  std::int64_t size() const override { return std::ssize(bytes_); }
+  std::int64_t readAt(std::int64_t offset, std::span<std::uint8_t> buffer) override {
+    const std::int64_t count = std::min<std::int64_t>(std::ssize(buffer), size() - offset);
+    if (count <= 0) return 0;
+    std::memcpy(buffer.data(), bytes_.data() + offset, static_cast<std::size_t>(count));
+    return count;
+  }
+
+ private:
+  std::vector<std::uint8_t> bytes_;
+};
+
+/// The muxer writes what it does not know as an empty configuration and calls that a success; no reader opens it.
+bool opensAgain(const std::shared_ptr<InputBytes>& movie, const MediaLimits& limits, std::string* error) {
+  return Demuxer::open(movie, std::make_shared<Interrupt>(limits), false, error) != nullptr;
+}
+
 }  // namespace
 
 std::optional<mov::SampleTables> makeTrackTables(const AVStream& stream, const AVCodecParameters& parameters,
@@ -110,19 +132,21 @@ std::optional<mov::SampleTables> makeTrackTables(const AVStream& stream, const A
   std::vector<std::uint8_t> movie = tinyMovie("mov", stream, parameters, first, limits, &status);
   // Some codings are registered for ISO base media files only.
   if (movie.empty()) movie = tinyMovie("mp4", stream, parameters, first, limits, &status);
-  const mov::ReadAt readAt = [&movie](std::int64_t offset, std::span<std::uint8_t> buffer) {
-    const std::int64_t count = std::min<std::int64_t>(std::ssize(buffer), std::ssize(movie) - offset);
-    if (count > 0) std::memcpy(buffer.data(), movie.data() + offset, static_cast<std::size_t>(count));
-    return std::max<std::int64_t>(count, 0);
-  };
-  auto tables = mov::readMovieTables(std::ssize(movie), readAt, {});
-  if (!tables || tables->tracks.empty() || tables->tracks.front().descriptions.empty()) {
+  const auto refused = [&](const std::string& cause) {
     if (error != nullptr) {
-      *error = format("'{}' cannot be put into a QuickTime movie: {}", avcodec_get_name(parameters.codec_id),
-                      avErrorText(status));
+      *error = format("'{}' cannot be put into a QuickTime movie: {}", avcodec_get_name(parameters.codec_id), cause);
     }
     return std::nullopt;
+  };
+  const auto bytes = std::make_shared<MovieInMemory>(std::move(movie));
+  auto tables = mov::readMovieTables(
+      bytes->size(), [&bytes](std::int64_t offset, std::span<std::uint8_t> to) { return bytes->readAt(offset, to); },
+      {});
+  if (!tables || tables->tracks.empty() || tables->tracks.front().descriptions.empty()) {
+    return refused(avErrorText(status));
   }
+  std::string cause;
+  if (!opensAgain(bytes, limits, &cause)) return refused(cause);
   mov::SampleTables track = std::move(tables->tracks.front());
   track.edits.clear();
   track.samples.clear();
