@@ -119,6 +119,8 @@ TEST_F(Writing, inPlaceIntoDevicesAndPipes) {
   EXPECT_EQ(ENXIO, files->writeInPlace(pipe, bytesOf("x")).code());  // nobody reads, and nobody waits
   const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
   ASSERT_EQ(0, ::fcntl(reader, F_SETFL, 0));
+  const int writer = ::open(pipe.c_str(), O_WRONLY);  // without one a reader that comes first is told of the end
+  ASSERT_GE(writer, 0);
   std::size_t received = 0;
   std::thread reading([&] {
     std::vector<char> buffer(1000);
@@ -127,6 +129,7 @@ TEST_F(Writing, inPlaceIntoDevicesAndPipes) {
     }
   });
   EXPECT_TRUE(files->writeInPlace(pipe, bytesOf(large)).ok());
+  ::close(writer);
   reading.join();
   ::close(reader);
   EXPECT_EQ(large.size(), received);
