@@ -32,9 +32,11 @@ class Terminal : public ::testing::Test {
   }
 
   /// What a terminal shows of the tool's words about `movie`.
-  std::string screenOf(const std::string& movie) const {
+  std::string screenOf(const std::string& movie) const { return screenOfCommand(command(movie)); }
+
+  static std::string screenOfCommand(const std::vector<std::string>& words) {
     std::string line;
-    for (const std::string& word : command(movie)) line += "'" + word + "' ";
+    for (const std::string& word : words) line += "'" + word + "' ";
     testing::TerminalRun terminal([&line] { return std::to_string(std::system(line.c_str())); });
     EXPECT_NE(terminal.result(), "(nothing)");
     EXPECT_TRUE(terminal.shows("isSuccess           ? ")) << terminal.screen();
@@ -98,6 +100,17 @@ TEST_F(Terminal, TheNameOfAnUnreadableMovieIsVisible) {
   expectNoControls(screen);
   EXPECT_NE(screen.find(kVisible), std::string::npos) << screen;
   EXPECT_NE(pipeOf(movie).find(kHostile), std::string::npos);
+}
+
+TEST_F(Terminal, TheNameOfTheToolItselfIsVisible) {
+  const std::string movie = testing::sampleMovie("sample_with_increasing_timestamps_320w_240h_5s.mp4");
+  std::vector<std::string> words = command(movie);
+  const std::string link = folder.file(kHostile);
+  std::filesystem::create_symlink(words.front(), link);
+  words.front() = link;
+  const std::string screen = screenOfCommand(words);
+  expectNoControls(screen);
+  EXPECT_NE(screen.find(" " + kVisible + "["), std::string::npos) << screen;
 }
 
 TEST_F(Terminal, LastWordsMoveNoCursor) {

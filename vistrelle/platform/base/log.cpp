@@ -56,12 +56,13 @@ class StandardErrorSink final : public LogSink {
   }
 
   void message(std::string_view text) override {
-    const std::string who =
-        format("{}[{}:{}]", program_invocation_short_name, static_cast<int>(::getpid()), static_cast<int>(::gettid()));
+    const std::string id = format("[{}:{}]", static_cast<int>(::getpid()), static_cast<int>(::gettid()));
+    const std::string program = program_invocation_short_name;  // whoever starts a program may name it anything
     std::string line = localTime();
-    line.append(" ").append(who).append(" ").append(text).append("\n");
+    line.append(" ").append(showsToTerminal() ? visibleText(program) : program).append(id);
+    line.append(" ").append(text).append("\n");
     writeAll(STDERR_FILENO, line);
-    toLogger(who, text);
+    toLogger(program + id, text);
   }
 
   void plain(std::string_view text) override { writeAll(STDERR_FILENO, text); }
