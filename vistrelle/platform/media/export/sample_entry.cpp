@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/media/export/parameter_sets.h"
 #include "vistrelle/platform/media/ffmpeg/av_version.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
 #include "vistrelle/platform/media/ffmpeg/demuxer.h"
@@ -128,16 +129,17 @@ bool opensAgain(const std::shared_ptr<InputBytes>& movie, const MediaLimits& lim
 
 std::optional<mov::SampleTables> makeTrackTables(const AVStream& stream, const AVCodecParameters& parameters,
                                                  const AVPacket& first, const MediaLimits& limits, std::string* error) {
-  int status = 0;
-  std::vector<std::uint8_t> movie = tinyMovie("mov", stream, parameters, first, limits, &status);
-  // Some codings are registered for ISO base media files only.
-  if (movie.empty()) movie = tinyMovie("mp4", stream, parameters, first, limits, &status);
   const auto refused = [&](const std::string& cause) {
     if (error != nullptr) {
       *error = format("'{}' cannot be put into a QuickTime movie: {}", avcodec_get_name(parameters.codec_id), cause);
     }
     return std::nullopt;
   };
+  if (!hasSoundParameterSets(parameters, first, limits)) return refused("its parameter sets are damaged");
+  int status = 0;
+  std::vector<std::uint8_t> movie = tinyMovie("mov", stream, parameters, first, limits, &status);
+  // Some codings are registered for ISO base media files only.
+  if (movie.empty()) movie = tinyMovie("mp4", stream, parameters, first, limits, &status);
   const auto bytes = std::make_shared<MovieInMemory>(std::move(movie));
   auto tables = mov::readMovieTables(
       bytes->size(), [&bytes](std::int64_t offset, std::span<std::uint8_t> to) { return bytes->readAt(offset, to); },
