@@ -242,8 +242,9 @@ TEST(NumberedMovies, ShowTheNumberOnScreen) {
     const NumberedMovie movie(folder, name);
     ASSERT_TRUE(movie.isThere()) << name;
     const Score score = movie.askTool();
-    std::printf("| %s | %s |", name.c_str(), shareOf(score).c_str());
-    if (score.told > 0) std::printf(" and %zu said to be damaged |", score.told);
+    std::printf("| %s | %s", name.c_str(), shareOf(score).c_str());
+    if (score.told > 0) std::printf(" and %zu said to be damaged", score.told);
+    std::printf(" |");
     if (peers) std::printf(" %s | %s |", shareOf(movie.askFfmpeg()).c_str(), shareOf(movie.askThumbnailer()).c_str());
     std::printf("\n");
     std::fflush(stdout);
