@@ -20,6 +20,8 @@
 namespace vistrelle::platform {
 namespace {
 
+constexpr const char* kNoSamples = "the movie has no samples";
+
 bool fail(std::string* error, std::string text) {
   if (error != nullptr) *error = std::move(text);
   return false;
@@ -183,7 +185,7 @@ bool PassthroughWriter::openSources(std::string* error) {
     }
     timelines_.push_back({track->trackId(), std::move(segments)});
   }
-  if (used.empty()) return fail(error, "the movie has no samples");
+  if (used.empty()) return fail(error, kNoSamples);
   return sources_.open(used, control_.isCancelled, error);
 }
 
@@ -357,6 +359,7 @@ bool PassthroughWriter::finish(std::string* error) {
     movie.duration = std::max(movie.duration, duration);
     movie.tracks.push_back(std::move(plan.track));
   }
+  if (movie.tracks.empty()) return fail(error, kNoSamples);  // those that are wanted cannot be shown
   const std::uint64_t headBytes = mov::mediaDataHead(0).size();
   const bool isWritten = out_.write(mov::movieBox(movie)) && out_.rewriteHead(mov::mediaDataHead(mediaEnd - headBytes));
   if (!isWritten) return fail(error, "the movie cannot be written: " + out_.cause());
