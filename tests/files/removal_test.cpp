@@ -181,6 +181,19 @@ TEST_F(Refusal, volumesAndTopFoldersAlert) {
   EXPECT_TRUE(harmless.files->removed.empty());
 }
 
+TEST_F(Refusal, devicesAndStandardStreamsAlert) {
+  WithoutHarm harmless;
+  for (const char* path : {"/dev/null", "/dev/stdout", "/dev/tty", "/dev/fd", "//dev/./null", "/proc/../dev/null"}) {
+    RecordingLog log;
+    EXPECT_FALSE(rmCocoa(path)) << path;
+    EXPECT_EQ(Lines{dirnameAlert}, log.lines()) << path;
+  }
+  EXPECT_TRUE(harmless.files->removed.empty());
+  RecordingLog log;
+  rmCocoa("/dev/shm/film.mov");
+  EXPECT_TRUE(log.lines().empty());
+}
+
 TEST_F(Refusal, wildcardsAlert) {
   WithoutHarm harmless;
   for (const char* path : {"*", "*.mov", "*/a", "/Volumes/Users/*", "/Volumes/Users/*/a"}) {

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::string_view authoringArea = "/ZRKauthoring";
 
-/// Nothing directly in these is removed.
-constexpr std::array<std::string_view, 3> topFolders{"/", "/Volumes", "/Users"};
+/// Nothing directly in these is removed. Devices and the standard streams are files that may be written to.
+constexpr std::array<std::string_view, 4> topFolders{"/", "/Volumes", "/Users", "/dev"};
 /// No folder directly in these is removed: they hold homes and volumes; a file there is an ordinary file.
 constexpr std::array<std::string_view, 3> volumeFolders{"/home", "/media", "/mnt"};
 constexpr std::string_view userVolumeFolders = "/run/media";
