@@ -47,6 +47,7 @@ struct MovieParts {
   std::string stco = big32(0) + big32(1) + big32(48);
   std::string moreTables;
   std::string edits;
+  std::string references;
   std::string moreOfMovie;
   int tracks = 1;
 };
@@ -73,7 +74,8 @@ std::string trackOf(const MovieParts& parts, int number) {
                             box("hdlr", repeated(big32(0), 2) + "vide" + repeated(big32(0), 3) + std::string(1, '\0')) +
                             box("minf", information);
   const std::string edits = parts.edits.empty() ? "" : box("edts", box("elst", parts.edits));
-  return box("trak", header + edits + box("mdia", media));
+  const std::string references = parts.references.empty() ? "" : box("tref", parts.references);
+  return box("trak", header + edits + references + box("mdia", media));
 }
 
 std::string movieOf(const MovieParts& parts, const std::string& samples = std::string(4096, '\0')) {
@@ -211,6 +213,15 @@ std::vector<Bomb> bombs() {
        [] { return movieOf(with([](MovieParts& p) { p.moreOfMovie = nested("udta", 20000); })); }},
       {"tracks_in_tracks", "mov", [] { return box("ftyp", "qt  " + big32(0)) + box("moov", nested("trak", 20000)); }},
       {"ten_thousand_tracks", "mov", [] { return movieOf(with([](MovieParts& p) { p.tracks = 10000; })); }},
+      {"a_track_of_chapters_named_ten_thousand_times", "mov",
+       [] {
+         return movieOf(with([](MovieParts& p) {
+                          p.stsz = big32(0) + big32(100000) + big32(1);
+                          p.stco = big32(0) + big32(1) + big32(24);
+                          p.references = box("chap", repeated(big32(1), 10000));
+                        }),
+                        std::string(100000, '\0'));
+       }},
       {"packed_header", "mov", [] { return packedMovieHeader(0x7fffffff); }},
       {"packed_header_of_its_size", "mov", [] { return packedMovieHeader(32 << 20); }},
       {"fragment_of_four_billion_samples", "mp4", [] { return fragments(0xffffffff, 1); }},

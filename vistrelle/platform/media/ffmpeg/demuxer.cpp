@@ -111,11 +111,13 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
 
   AVDictionary* options = nullptr;
   // An empty list of protocols means "no restriction" to libavformat, so it names one that does not exist.
-  // References in alias records reach ioOpen; whether they are followed is decided there.
+  // References in alias records reach ioOpen; whether they are followed is decided there. Chapters are read by
+  // ourselves: libavformat would keep one more copy of the first picture for each time that a track is named as one of
+  // chapters.
   const bool prepared =
       setOption(&options, "protocol_whitelist", "none") && setOption(&options, "format_whitelist", kContainers) &&
       setOption(&options, "codec_whitelist", decoderList().c_str()) && setOption(&options, "enable_drefs", "1") &&
-      setOption(&options, "skip_estimate_duration_from_pts", "1") &&
+      setOption(&options, "ignore_chapters", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1") &&
       (edits == Edits::applied || setOption(&options, "ignore_editlist", "1"));
   int status = prepared ? avformat_open_input(&context, "", nullptr, &options) : AVERROR(ENOMEM);
   av_dict_free(&options);
