@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -21,9 +22,11 @@ inline void silenceLog() {
   vistrelle::platform::logSink().install(std::make_shared<Nowhere>());
 }
 
-/// Ends the process, which is a find.
-inline void require(bool condition) {
-  if (!condition) std::abort();
+/// Ends the process, which is a find, and names the line.
+inline void require(bool condition, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+  if (condition) return;
+  std::fprintf(stderr, "%s:%d does not hold\n", file, line);
+  std::abort();
 }
 
 /// An input read piece by piece: what a target asks for besides its main matter. Past the end it delivers zeros.

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "tests/platform/media/movie_loading.h"
+#include "tests/support/clips.h"
 #include "tests/support/recording_log.h"
 #include "tests/support/scratch_folder.h"
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
@@ -157,6 +158,31 @@ TEST(MovieOpening, GarbageAndFragmentsOfMoviesAreUnreadable) {
   expectUnreadable(folder.write("text.mov", std::string(5000, 'a')));
   expectUnreadable(folder.write("ftyp.mp4", big32(16) + "ftypisom" + big32(0)));
   expectUnreadable(dataFile("broken.mp4"));
+}
+
+// The word by which another container is known, anywhere in the first bytes, stands in the samples or in padding.
+TEST(MovieOpening, SamplesThatHoldTheWordOfAnotherContainerDoNotHideTheirOwn) {
+  const ScratchFolder folder;
+  const std::string word("Interplay MVE File\x1a\0\x1a\0\0\x01\x33\x11", 26);
+  struct Case {
+    const char* name;
+    std::string content;
+    std::string after;  ///< it is written 40 bytes behind this
+  };
+  const Case cases[] = {
+      {"samples.mp4", readFile(lateIndexClip(folder)), "mdat"},
+      {"padding.avi", readFile(dataFile("sample.avi")), "JUNK"},
+      {"padding.mkv", readFile(dataFile("sample_with_chapters.mkv")), std::string("\xec\x01\0\0", 4)},
+  };
+  for (const Case& each : cases) {
+    std::string content = each.content;
+    const std::size_t place = content.find(each.after);
+    ASSERT_LT(place, 1000U) << each.name;
+    content.replace(place + 40, word.size(), word);
+    const auto movie = loaded(folder.write(each.name, content));
+    ASSERT_TRUE(movie) << each.name;
+    EXPECT_FALSE(movie->tracks().empty()) << each.name;
+  }
 }
 
 TEST(MovieOpening, MoviesCutAnywhereNeitherCrashNorHang) {
