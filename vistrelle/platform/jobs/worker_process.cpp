@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/files/nowhere.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -41,7 +42,7 @@ void lower(__rlimit_resource resource, std::uint64_t value) {
 /// Standard input and output lead nowhere, the socket has a number of its own, everything else is closed.
 bool keepOnly(int socket) {
   const int copy = ::fcntl(socket, F_DUPFD_CLOEXEC, kSocket + 1);
-  const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  const int nowhere = openNowhere();
   if (copy < 0 || nowhere < 0 || ::dup2(nowhere, STDIN_FILENO) < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0 ||
       ::dup3(copy, kSocket, O_CLOEXEC) < 0) {
     return false;

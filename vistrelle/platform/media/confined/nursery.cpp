@@ -16,6 +16,7 @@
 #include <map>
 
 #include "vistrelle/platform/base/format.h"
+#include "vistrelle/platform/files/nowhere.h"
 #include "vistrelle/platform/media/confined/refused_memory.h"
 
 namespace vistrelle::platform {
@@ -67,7 +68,7 @@ void closeFrom(int first) {
 /// owned descriptors before must not be destroyed afterwards: their numbers mean something else now.
 Channel keepOnly(const UniqueFd& kept) {
   const int copy = ::fcntl(kept.get(), F_DUPFD_CLOEXEC, kFirstFree + 1);
-  const int nowhere = ::open("/dev/null", O_RDWR | O_CLOEXEC);
+  const int nowhere = openNowhere();
   if (copy < 0 || nowhere < 0) ::_exit(1);
   const int last = kKeepsStandardError ? STDOUT_FILENO : STDERR_FILENO;
   for (int standard = STDIN_FILENO; standard <= last; ++standard) {
@@ -91,9 +92,12 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Ends with its parent. False when that is gone already.
+/// Ends with its parent. False when that is gone already. A parent outside our process namespace, which a program may
+/// have been given for its children (`unshare --pid`), has the number 0.
 bool bindLifeTo(pid_t parent) {
-  return ::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && ::getppid() == parent;
+  if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return false;
+  const pid_t present = ::getppid();
+  return present == parent || present == 0;
 }
 
 /// The nursery's side.
