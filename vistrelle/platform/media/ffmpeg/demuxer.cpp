@@ -13,6 +13,7 @@ extern "C" {
 #include <vector>
 
 #include "vistrelle/platform/base/log.h"
+#include "vistrelle/platform/media/ffmpeg/container_signature.h"
 #include "vistrelle/platform/media/ffmpeg/decoders.h"
 
 namespace vistrelle::platform {
@@ -55,6 +56,17 @@ bool isComplete(const AVCodecParameters& parameters) {
     default:
       return true;
   }
+}
+
+/// The container: as libavformat sees it, else by the signature that the bytes begin with. Some containers are known by
+/// words anywhere in the first bytes; where the samples of another hold such a word, libavformat cannot decide.
+int findContainer(AVIOContext* io, InputBytes& bytes, const AVInputFormat** container) {
+  const int status = av_probe_input_buffer2(io, container, "", nullptr, 0, 0);
+  if (status != AVERROR_INVALIDDATA) return status;
+  const char* name = containerOf(bytes);
+  *container = name == nullptr ? nullptr : av_find_input_format(name);
+  if (*container == nullptr) return status;
+  return static_cast<int>(std::min<std::int64_t>(avio_seek(io, 0, SEEK_SET), 0));
 }
 
 /// Decoders that are opened to look for facts have the limit of pixels as well.
@@ -119,13 +131,16 @@ std::unique_ptr<Demuxer> Demuxer::open(const std::shared_ptr<InputBytes>& bytes,
       setOption(&options, "codec_whitelist", decoderList().c_str()) && setOption(&options, "enable_drefs", "1") &&
       setOption(&options, "ignore_chapters", "1") && setOption(&options, "skip_estimate_duration_from_pts", "1") &&
       (edits == Edits::applied || setOption(&options, "ignore_editlist", "1"));
-  int status = prepared ? avformat_open_input(&context, "", nullptr, &options) : AVERROR(ENOMEM);
-  av_dict_free(&options);
-  if (status < 0) {
-    // avformat_open_input frees the context when it fails, but not when it was not called.
-    if (!prepared) avformat_free_context(context);
-    return fail(interrupt->isDue() ? AVERROR_EXIT : status);
+  const AVInputFormat* container = nullptr;
+  int status = prepared ? findContainer(context->pb, *bytes, &container) : AVERROR(ENOMEM);
+  // It frees the context when it fails.
+  if (status >= 0) {
+    status = avformat_open_input(&context, "", container, &options);
+  } else {
+    avformat_free_context(context);
   }
+  av_dict_free(&options);
+  if (status < 0) return fail(interrupt->isDue() ? AVERROR_EXIT : status);
   demuxer->context_.reset(context);
   if (findStreamInfo && demuxer->needsStreamInfo()) {
     status = findStreamFacts(context, interrupt->limits);
