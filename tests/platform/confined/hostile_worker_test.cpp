@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
+#include <thread>
 
 #include "tests/platform/confined/fake_workers.h"
 #include "tests/support/recording_log.h"
@@ -109,6 +110,40 @@ TEST(HostileWorker, ThatNeverAnswersIsEnded) {
       300);
 }
 
+// What it is told must not pile up until the user waits for room.
+TEST(HostileWorker, ThatNeverReadsIsEnded) {
+  expectUnreadable(
+      "asks and takes no answer", "the decoder gave no sign of life",
+      [](const Channel& channel) {
+        while (channel.send(Message(n(Kind::waitingRoomWanted), wire::Nothing{}))) {
+        }
+      },
+      1000);
+  const auto asset = openWith(libraryOf(
+      [](const Channel& channel) {
+        serveOpen(channel);
+        ::pause();
+      },
+      3000));
+  ASSERT_TRUE(asset);
+  const std::shared_ptr<platform::ImageGenerator> generator = asset->makeImageGenerator();
+  ASSERT_TRUE(generator);
+  const auto ended = std::make_shared<platform::Signal>();
+  const auto error = std::make_shared<std::string>();
+  std::thread asking([generator, ended, error] {
+    std::vector<MediaTime> times;
+    for (int i = 0; i < 40000; ++i) times.push_back(MediaTime::make(i, 100));
+    generator->announce(times);
+    *error = generator->copyFrame(times[0]).error;
+    ended->set();
+  });
+  const bool hasEnded = ended->waitReal(std::chrono::minutes(2));
+  if (!hasEnded) asset->movie()->stop();
+  asking.join();
+  EXPECT_TRUE(hasEnded);
+  EXPECT_EQ(*error, "the decoder gave no sign of life");
+}
+
 TEST(HostileWorker, NonsenseWhileOpeningIsAnUnreadableMovie) {
   const std::string nonsense = "the decoder gave no sensible answer (";
   const auto movie = [](auto change) {
@@ -152,6 +187,9 @@ TEST(HostileWorker, NonsenseWhileOpeningIsAnUnreadableMovie) {
                                 format.width = -5;
                                 return Message(n(Kind::format), format);
                               }})},
+      {"no rate", sends({plainMovie, track([](wire::Track& t) { t.frameRate = std::nanf(""); })})},
+      {"endless rate", sends({plainMovie, track([](wire::Track& t) { t.frameRate = HUGE_VALF; })})},
+      {"backward rate", sends({plainMovie, track([](wire::Track& t) { t.frameRate = -25; })})},
       {"two greetings", sends({[] { return Message(n(Kind::hello), platform::ConfinementReport{1, 1, 1, 1}); },
                                [] { return Message(n(Kind::hello), platform::ConfinementReport{1, 1, 1, 1}); }})},
   };
@@ -293,6 +331,12 @@ TEST(HostileWorker, LiesAboutPicturesAreNoPictures) {
       {"negative", withShape("gray", 64, -48)},
       {"too many pixels", withShape("gray", 1 << 20, 1 << 20)},
       {"too many bytes", withShape("rgba64le", 1 << 14, 1 << 14)},
+      {"two rooms",
+       [](const Channel& channel) {
+         const platform::UniqueFd kept = roomFor(channel, aShape());
+         (void)roomFor(channel, aShape());
+         channel.send(Message(n(Kind::frame), aFrame()));
+       }},
       {"still writable",
        [](const Channel& channel) {
          const platform::UniqueFd room = roomFor(channel, aShape());

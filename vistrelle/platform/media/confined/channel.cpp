@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 
 namespace vistrelle::platform {
 namespace {
@@ -15,8 +16,8 @@ union ControlSpace {
   cmsghdr alignment;
 };
 
-bool isReadable(int descriptor, int milliseconds) {
-  pollfd wanted{descriptor, POLLIN, 0};
+bool isReady(int descriptor, short event, int milliseconds) {
+  pollfd wanted{descriptor, event, 0};
   int ready = -1;
   do {
     ready = ::poll(&wanted, 1, milliseconds);
@@ -56,8 +57,8 @@ bool Channel::makePair(UniqueFd* one, UniqueFd* other) {
   return true;
 }
 
-bool Channel::send(const Message& message, int descriptor) const {
-  if (message.bytes_.size() > kMaxMessageBytes) return false;
+Channel::Status Channel::sendNow(const Message& message, int descriptor, int flags) const {
+  if (message.bytes_.size() > kMaxMessageBytes) return Status::broken;
   iovec content{const_cast<char*>(message.bytes_.data()), message.bytes_.size()};
   msghdr header{};
   header.msg_iov = &content;
@@ -74,13 +75,29 @@ bool Channel::send(const Message& message, int descriptor) const {
   }
   ssize_t sent = -1;
   do {
-    sent = ::sendmsg(socket_.get(), &header, MSG_NOSIGNAL);
+    sent = ::sendmsg(socket_.get(), &header, MSG_NOSIGNAL | flags);
   } while (sent < 0 && errno == EINTR);
-  return sent >= 0;
+  if (sent >= 0) return Status::message;
+  return errno == EAGAIN ? Status::timeout : Status::ended;
+}
+
+bool Channel::send(const Message& message, int descriptor) const {
+  return sendNow(message, descriptor, 0) == Status::message;
+}
+
+Channel::Status Channel::sendWithin(int milliseconds, const Message& message, int descriptor) const {
+  using std::chrono::steady_clock;
+  const auto end = steady_clock::now() + std::chrono::milliseconds(milliseconds);
+  for (;;) {
+    const Status status = sendNow(message, descriptor, MSG_DONTWAIT);
+    if (status != Status::timeout) return status;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - steady_clock::now());
+    if (left.count() <= 0 || !isReady(socket_.get(), POLLOUT, static_cast<int>(left.count()))) return Status::timeout;
+  }
 }
 
 Channel::Status Channel::receive(Message* message, int milliseconds, bool takesDescriptor) const {
-  if (milliseconds >= 0 && !isReadable(socket_.get(), milliseconds)) return Status::timeout;
+  if (milliseconds >= 0 && !isReady(socket_.get(), POLLIN, milliseconds)) return Status::timeout;
   message->bytes_.resize(kMaxMessageBytes);
   iovec content{message->bytes_.data(), message->bytes_.size()};
   msghdr header{};

@@ -57,21 +57,24 @@ class Channel {
   static bool makePair(UniqueFd* one, UniqueFd* other);
 
   int descriptor() const { return socket_.get(); }
-  /// False when the other end is gone or the message is too long.
-  bool send(const Message& message, int descriptor = -1) const;
 
   enum class Status {
     message,
     ended,    ///< the other end is gone
-    timeout,  ///< nothing came in time
-    broken    ///< what came is no message: too long, or with descriptors that were not expected
+    timeout,  ///< nothing came, or could be sent, in time
+    broken    ///< no message: too long, or with descriptors that were not expected
   };
+  /// False when the other end is gone or the message is too long. Waits for ever for an end that does not read.
+  bool send(const Message& message, int descriptor = -1) const;
+  /// The same, but waits `milliseconds` at most for room.
+  Status sendWithin(int milliseconds, const Message& message, int descriptor = -1) const;
   /// Waits for a message, `milliseconds` at most (-1: for ever, without polling).
   Status receive(Message* message, int milliseconds, bool takesDescriptor) const;
   /// Ends the connection for both sides; a receive that waits on another thread ends.
   void shutDown() const;
 
  private:
+  Status sendNow(const Message& message, int descriptor, int flags) const;
   UniqueFd socket_;
 };
 

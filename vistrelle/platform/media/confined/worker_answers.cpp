@@ -120,7 +120,7 @@ bool MovieRecordReader::takeTrack(const Message& message) {
   const auto duration = fromWire(track.range.duration);
   const auto code = textOf(track.typeCode);
   if (!start || !duration || !code || track.type > static_cast<std::uint32_t>(MediaType::other) ||
-      track.formats > kMostFormats) {
+      track.formats > kMostFormats || !std::isfinite(track.frameRate) || track.frameRate < 0) {
     return false;
   }
   TrackRecord record;

@@ -38,7 +38,17 @@ bool WorkerLink::open(std::shared_ptr<InputFile> file, const std::string& name) 
 
 bool WorkerLink::send(const Message& message, int descriptor) {
   if (hasFailed_) return false;
-  if (worker_.channel.send(message, descriptor)) return true;
+  // A worker that does not read is as silent as one that does not answer.
+  switch (worker_.channel.sendWithin(static_cast<int>(patience_.silence.count()), message, descriptor)) {
+    case Channel::Status::message:
+      return true;
+    case Channel::Status::timeout:
+      fail("the decoder gave no sign of life");
+      return false;
+    case Channel::Status::ended:
+    case Channel::Status::broken:
+      break;
+  }
   fail("the decoder ended: ");
   return false;
 }
@@ -56,7 +66,7 @@ void WorkerLink::reject(const char* what) {
 
 std::optional<Message> WorkerLink::answer() {
   startOfAnswer_ = steady_clock::now();
-  linesOfAnswer_ = 0;
+  linesOfAnswer_ = roomsOfAnswer_ = 0;
   return furtherAnswer();
 }
 
@@ -134,7 +144,8 @@ bool WorkerLink::forwardLine(const Message& message) {
 
 bool WorkerLink::grantRoom(const Message& message) {
   wire::PlaneShape shape;
-  if (!message.read(&shape)) return false;
+  // Each has room for a whole picture, which a worker could fill and keep.
+  if (!message.read(&shape) || ++roomsOfAnswer_ > 1) return false;
   room_ = PictureRoom::make(shape);
   const wire::Granted granted{room_ ? static_cast<std::int64_t>(room_->bytes()) : -1};
   return send(Message(number(Kind::room), granted), room_ ? room_->descriptor() : -1);

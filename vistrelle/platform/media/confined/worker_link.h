@@ -67,6 +67,7 @@ class WorkerLink {
   bool hasFailed_ = false;
   bool hasEnded_ = false;
   int linesOfAnswer_ = 0;
+  int roomsOfAnswer_ = 0;
   std::chrono::steady_clock::time_point startOfAnswer_;
   int references_ = 0;
   int waitingRooms_ = 0;
