@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <utility>
 
 #include "vistrelle/platform/base/format.h"
 #include "vistrelle/platform/files/nowhere.h"
@@ -28,11 +29,11 @@ struct ProcessNumber {
   std::int32_t value = -1;
 };
 struct ProcessEnd {
+  std::int32_t process = -1;
   std::int32_t isKnown = 0;
   std::int32_t status = 0;  ///< as waitpid gives it
 };
 
-constexpr int kAnswerMilliseconds = 10000;
 constexpr int kEndMilliseconds = 2000;
 
 int threadCount() {
@@ -110,11 +111,13 @@ class Maker {
     Message request;
     while (channel_.receive(&request, -1, false) == Channel::Status::message) {
       ProcessNumber number;
+      bool isAnswered = true;
       if (request.kind() == kMake) {
-        answerMake();
+        isAnswered = answerMake();
       } else if (request.kind() == kEnd && request.read(&number)) {
-        channel_.send(Message(kEnded, end(number.value)));
+        isAnswered = channel_.send(Message(kEnded, end(number.value)));
       }
+      if (!isAnswered) return;  // the end of this process tells the program what no message can
       reap();
     }
   }
@@ -143,10 +146,10 @@ class Maker {
     spare_.process = child;
   }
 
-  void answerMake() {
+  bool answerMake() {
     if (spare_.process < 0) prepareSpare();
-    channel_.send(Message(kMade, ProcessNumber{spare_.process}), spare_.socket.get());
-    spare_ = Spare();
+    const Spare spare = std::exchange(spare_, Spare());
+    return channel_.send(Message(kMade, ProcessNumber{spare.process}), spare.socket.get());
   }
 
   void reap() {
@@ -160,7 +163,7 @@ class Maker {
 
   ProcessEnd end(pid_t process) {
     const auto child = children_.find(process);
-    if (child == children_.end()) return {};
+    if (child == children_.end()) return {process};
     look(process, &child->second);
     // Its number is its own as long as nobody has waited for it.
     if (!child->second) ::kill(process, SIGKILL);
@@ -168,8 +171,8 @@ class Maker {
       look(process, &child->second);
       if (!child->second) ::poll(nullptr, 0, 1);
     }
-    if (!child->second) return {};
-    const ProcessEnd answer{1, *child->second};
+    if (!child->second) return {process};
+    const ProcessEnd answer{process, 1, *child->second};
     children_.erase(child);
     return answer;
   }
@@ -188,7 +191,8 @@ std::string textOfStatus(int status) {
 
 }  // namespace
 
-std::unique_ptr<Nursery> Nursery::start(WorkerBody body, const std::function<void()>& prepare, std::string* error) {
+std::unique_ptr<Nursery> Nursery::start(WorkerBody body, const std::function<void()>& prepare, std::string* error,
+                                        std::chrono::milliseconds patience) {
   const int threads = threadCount() - kThreadsOfTheRuntime;
   if (threads > 1) {
     *error = format("{} threads run already", threads);
@@ -215,7 +219,7 @@ std::unique_ptr<Nursery> Nursery::start(WorkerBody body, const std::function<voi
     Maker(std::move(channel), std::move(body)).run();
     ::_exit(0);
   }
-  return std::unique_ptr<Nursery>(new Nursery(Channel(std::move(ours)), child));
+  return std::unique_ptr<Nursery>(new Nursery(Channel(std::move(ours)), child, patience));
 }
 
 Nursery::~Nursery() {
@@ -224,14 +228,25 @@ Nursery::~Nursery() {
   }
 }
 
+Channel::Status Nursery::ask(const Message& question, Message* answer,
+                             const std::function<bool(const Message&)>& isMeant) {
+  if (!channel_.send(question)) return Channel::Status::ended;
+  // What comes first may be the answer to a question that was given up.
+  Channel::Status status = Channel::Status::message;
+  do {
+    status = channel_.receive(answer, static_cast<int>(patience_.count()), true);
+  } while (status == Channel::Status::message && !isMeant(*answer));
+  return status;
+}
+
 std::optional<Worker> Nursery::makeWorker(std::string* error) {
   const std::lock_guard lock(mutex_);
   Message answer;
   ProcessNumber number;
-  if (!channel_.send(Message(kMake)) ||
-      channel_.receive(&answer, kAnswerMilliseconds, true) != Channel::Status::message || answer.kind() != kMade ||
-      !answer.read(&number)) {
-    *error = "the process that makes decoders has ended";
+  const auto isMade = [&number](const Message& message) { return message.kind() == kMade && message.read(&number); };
+  if (const auto status = ask(Message(kMake), &answer, isMade); status != Channel::Status::message) {
+    *error = status == Channel::Status::timeout ? "the process that makes decoders does not answer"
+                                                : "the process that makes decoders has ended";
     return std::nullopt;
   }
   UniqueFd socket = answer.takeDescriptor();
@@ -246,10 +261,11 @@ std::string Nursery::endWorker(pid_t process) {
   const std::lock_guard lock(mutex_);
   Message answer;
   ProcessEnd end;
-  const bool isTold = channel_.send(Message(kEnd, ProcessNumber{process})) &&
-                      channel_.receive(&answer, kAnswerMilliseconds, false) == Channel::Status::message &&
-                      answer.kind() == kEnded && answer.read(&end) && end.isKnown != 0;
-  return isTold ? textOfStatus(end.status) : "unknown";
+  const auto isEnd = [&end, process](const Message& message) {
+    return message.kind() == kEnded && message.read(&end) && end.process == process;
+  };
+  const bool isTold = ask(Message(kEnd, ProcessNumber{process}), &answer, isEnd) == Channel::Status::message;
+  return isTold && end.isKnown != 0 ? textOfStatus(end.status) : "unknown";
 }
 
 }  // namespace vistrelle::platform

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -29,8 +30,9 @@ class Nursery {
  public:
   /// Forks. To be called while this process has one thread, on a thread that lives as long as the process. Nothing
   /// with an error text when that is not so or the system refuses.
-  /// `prepare` runs in the nursery first.
-  static std::unique_ptr<Nursery> start(WorkerBody body, const std::function<void()>& prepare, std::string* error);
+  /// `prepare` runs in the nursery first; an answer of the nursery's is waited for with `patience`.
+  static std::unique_ptr<Nursery> start(WorkerBody body, const std::function<void()>& prepare, std::string* error,
+                                        std::chrono::milliseconds patience = std::chrono::minutes(1));
   ~Nursery();
   Nursery(const Nursery&) = delete;
   Nursery& operator=(const Nursery&) = delete;
@@ -42,11 +44,15 @@ class Nursery {
   pid_t process() const { return process_; }
 
  private:
-  Nursery(Channel channel, pid_t process) : channel_(std::move(channel)), process_(process) {}
+  Nursery(Channel channel, pid_t process, std::chrono::milliseconds patience)
+      : channel_(std::move(channel)), process_(process), patience_(patience) {}
+  /// Sends `question` and waits for the message that `isMeant` to answer it.
+  Channel::Status ask(const Message& question, Message* answer, const std::function<bool(const Message&)>& isMeant);
 
   std::mutex mutex_;
   Channel channel_;
   pid_t process_;
+  std::chrono::milliseconds patience_;
 };
 
 }  // namespace vistrelle::platform
