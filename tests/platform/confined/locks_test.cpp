@@ -148,11 +148,11 @@ TEST(Locks, TheToolMakesNoSocketButItsOwnPairsAndTheLoggers) {
   if (!canTrace(folder)) GTEST_SKIP() << "strace is missing or may not trace";
   const std::string secret = folder.write("secret/secret.ts", readFile(dataFile("sample_h264.ts")));
   std::vector<std::string> movies{dataFile("prog_8s.mp4")};
-  int number = 0;
-  for (const std::string& playlist : playlists(secret)) {
-    movies.push_back(folder.write("list" + std::to_string(number++) + ".mov", playlist));
+  const std::vector<std::string> lists = playlists(secret);
+  // One that names a file, and all that would need the network: pages, sessions, streams.
+  for (const std::size_t number : {0, 3, 8, 9, 16, 17, 18}) {
+    movies.push_back(folder.write("list" + std::to_string(number) + ".mov", lists.at(number)));
   }
-  movies.resize(8);
   for (const std::string& movie : movies) {
     const Trace trace = traceTool(folder, movie, "socket,connect,bind,listen,accept,accept4,sendto");
     EXPECT_EQ(trace.run.signal, 0);

@@ -2,15 +2,19 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <stdexcept>
 
 #include "tests/support/child.h"
+#include "vistrelle/platform/files/unique_fd.h"
 #include "vistrelle/platform/media/confined/confinement.h"
 
 namespace vistrelle::testing {
@@ -42,6 +46,36 @@ TEST(Walls, LandlockAloneRefusesFiles) {
   }));
 }
 
+/// The version of Landlock that this kernel has.
+int landlockVersion() {
+  const pid_t child = ::fork();
+  if (child == 0) ::_exit(platform::forbidNewPrivileges() ? platform::forbidFilesByLandlock() : 0);
+  int status = 0;
+  return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+}
+
+TEST(Walls, LandlockAloneRefusesWhatItsVersionKnows) {
+  const int version = landlockVersion();
+  if (version < 4) GTEST_SKIP() << "this kernel's Landlock has version " << version << ", which knows files only";
+  EXPECT_TRUE(inChild([version] {
+    platform::forbidNewPrivileges();
+    ASSERT_EQ(platform::forbidFilesByLandlock(), version);
+    const platform::UniqueFd stream(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_TRUE(stream);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_NE(::bind(stream.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
+    EXPECT_EQ(errno, EACCES);
+    local.sin_port = htons(9);
+    EXPECT_NE(::connect(stream.get(), reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
+    EXPECT_EQ(errno, EACCES);
+    if (version < 6) return;
+    EXPECT_NE(::kill(::getppid(), 0), 0);
+    EXPECT_EQ(errno, EPERM);
+  }));
+}
+
 TEST(Walls, TheListOfCallsAloneRefusesFilesSocketsAndProcesses) {
   EXPECT_TRUE(inChild([] {
     platform::forbidNewPrivileges();
@@ -66,9 +100,32 @@ TEST(Walls, LimitsAreOnlyLowered) {
     rlimit files{};
     ::getrlimit(RLIMIT_NOFILE, &files);
     EXPECT_EQ(files.rlim_max, 20U);
-    rlimit core{};
-    ::getrlimit(RLIMIT_CORE, &core);
-    EXPECT_EQ(core.rlim_max, 0U);
+  }));
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kHasShadowMemory = true;  // which is not limited
+#else
+constexpr bool kHasShadowMemory = false;
+#endif
+
+TEST(Walls, EveryLimitIsInForce) {
+  EXPECT_TRUE(inChild([] {
+    const platform::ConfinementLimits limits;
+    ASSERT_TRUE(platform::applyLimits(limits));
+    const auto most = [](__rlimit_resource resource) {
+      rlimit limit{};
+      EXPECT_EQ(::getrlimit(resource, &limit), 0);
+      EXPECT_LE(limit.rlim_cur, limit.rlim_max);
+      return limit.rlim_max;
+    };
+    EXPECT_EQ(most(RLIMIT_CORE), 0U);
+    EXPECT_LE(most(RLIMIT_FSIZE), limits.fileBytes);
+    EXPECT_LE(most(RLIMIT_NOFILE), limits.descriptors);
+    EXPECT_LE(most(RLIMIT_CPU), limits.cpuSeconds);
+    if (kHasShadowMemory) return;
+    EXPECT_LE(most(RLIMIT_DATA), limits.dataBytes);
+    EXPECT_LE(most(RLIMIT_AS), limits.addressBytes);
   }));
 }
 
