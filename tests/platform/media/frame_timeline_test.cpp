@@ -60,6 +60,12 @@ TEST(FrameTimeline, TimesBeyondTheRangeStayAtItsEnds) {
             -(std::int64_t{1} << 62));
 }
 
+TEST(FrameTimeline, TimesThatNoNumberHoldsAreInfinite) {
+  const FrameTimeline byTicks = FrameTimeline::byTicks({32768, 5}, 0);
+  EXPECT_EQ(byTicks.timeOf(std::int64_t{1} << 60), MediaTime::positiveInfinity());
+  EXPECT_EQ(byTicks.timeOf(-(std::int64_t{1} << 60)), MediaTime::negativeInfinity());
+}
+
 TEST(FrameTimeline, RatesAreTheFractionsThatWereMeant) {
   const auto expectRate = [](double rate, int num, int den) {
     EXPECT_EQ(rateFromFloat(rate).num, num) << rate;

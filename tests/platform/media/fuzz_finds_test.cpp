@@ -30,5 +30,15 @@ TEST(FuzzFinds, ColoursThatNobodyKnowsAreUnspecified) {
   EXPECT_EQ(result.picture->planar()->colour.primaries, 2);
 }
 
+TEST(FuzzFinds, APictureBeyondAllTimesHasATimeAllTheSame) {
+  const auto movie = loaded(findIn("movie", "beyond_all_times.ivf"));
+  ASSERT_TRUE(movie);
+  const auto generator = movie->makeImageGenerator();
+  ASSERT_TRUE(generator);
+  const auto result = generator->copyFrame(platform::MediaTime::positiveInfinity());
+  EXPECT_TRUE(result.picture) << result.error;
+  EXPECT_TRUE(result.actualTime.isValid());
+}
+
 }  // namespace
 }  // namespace vistrelle::testing

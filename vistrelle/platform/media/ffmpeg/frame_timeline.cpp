@@ -59,12 +59,17 @@ std::optional<std::int64_t> FrameTimeline::placeOf(const MediaTime& time) const 
 }
 
 MediaTime FrameTimeline::timeOf(std::int64_t place) const {
-  const std::int64_t units = sumWithin(place, -zero_);
-  std::int64_t value = 0;
-  const MediaTime time = __builtin_mul_overflow(units, std::int64_t{unit_.num}, &value)
-                             ? MediaTime::invalid()
-                             : MediaTime::make(value, unit_.den);
+  const MediaTime time = timeOfTicks(sumWithin(place, -zero_), unit_);
   return counted_ ? first_ + time : time;
+}
+
+MediaTime timeOfTicks(std::int64_t ticks, AVRational timeBase) {
+  if (timeBase.num <= 0 || timeBase.den <= 0) return MediaTime::invalid();
+  std::int64_t value = 0;
+  if (__builtin_mul_overflow(ticks, std::int64_t{timeBase.num}, &value)) {
+    return ticks > 0 ? MediaTime::positiveInfinity() : MediaTime::negativeInfinity();
+  }
+  return MediaTime::make(value, timeBase.den);
 }
 
 std::int64_t ticksNearest(const MediaTime& time, AVRational timeBase) {

@@ -37,6 +37,8 @@ class FrameTimeline {
   MediaTime first_;
 };
 
+/// The time of so many ticks: an infinity beyond the range of times, invalid for a time base that is none.
+MediaTime timeOfTicks(std::int64_t ticks, AVRational timeBase);
 /// The ticks nearest to `time`, for offsets between timelines.
 std::int64_t ticksNearest(const MediaTime& time, AVRational timeBase);
 /// A rate in frames a second as the fraction that was meant: 23.976 is 24000/1001. 0/1 for none.

@@ -1,24 +1,11 @@
 #include "vistrelle/platform/media/ffmpeg/movie_source.h"
 
-#include <limits>
 #include <new>
 
+#include "vistrelle/platform/media/ffmpeg/frame_timeline.h"
 #include "vistrelle/platform/media/ffmpeg/movie_reader.h"
 
 namespace vistrelle::platform {
-
-namespace {
-
-MediaTime ticksToTime(std::int64_t ticks, AVRational timeBase) {
-  if (timeBase.num <= 0 || timeBase.den <= 0) return MediaTime::invalid();
-  std::int64_t value = 0;
-  if (__builtin_mul_overflow(ticks, std::int64_t{timeBase.num}, &value)) {
-    return ticks > 0 ? MediaTime::positiveInfinity() : MediaTime::negativeInfinity();
-  }
-  return MediaTime::make(value, timeBase.den);
-}
-
-}  // namespace
 
 std::shared_ptr<MovieSource> MovieSource::open(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Interrupt> interrupt,
                                                std::string* error) {
@@ -31,7 +18,7 @@ std::shared_ptr<MovieSource> MovieSource::open(std::shared_ptr<InputBytes> bytes
 }
 
 MediaTime MovieSource::timeOf(int streamIndex, std::int64_t ticks) const {
-  return ticksToTime(ticks, timeBase(streamIndex)) - zero_;
+  return timeOfTicks(ticks, timeBase(streamIndex)) - zero_;
 }
 
 int MovieSource::pictureStream() const {
