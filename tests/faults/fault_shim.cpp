@@ -11,8 +11,10 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -184,6 +186,10 @@ ssize_t pread64(int file, void* buffer, size_t size, off64_t offset) {
   if (fails(Kind::read)) return failWith(EIO);
   return next<ssize_t(int, void*, size_t, off64_t)>("pread64")(file, buffer, size, offset);
 }
+ssize_t recvmsg(int socket, msghdr* message, int flags) {
+  if (fails(Kind::read)) return failWith(EIO);
+  return next<ssize_t(int, msghdr*, int)>("recvmsg")(socket, message, flags);
+}
 ssize_t copy_file_range(int from, off64_t* fromOffset, int to, off64_t* toOffset, size_t size, unsigned flags) {
   if (fails(Kind::read)) return failWith(EIO);
   return next<ssize_t(int, off64_t*, int, off64_t*, size_t, unsigned)>("copy_file_range")(from, fromOffset, to,
@@ -200,6 +206,18 @@ ssize_t pwrite(int file, const void* buffer, size_t size, off_t offset) {
 ssize_t pwrite64(int file, const void* buffer, size_t size, off64_t offset) {
   if (fails(Kind::write)) return failWith(ENOSPC);
   return next<ssize_t(int, const void*, size_t, off64_t)>("pwrite64")(file, buffer, size, offset);
+}
+ssize_t pwritev(int file, const iovec* pieces, int count, off_t offset) {
+  if (fails(Kind::write)) return failWith(ENOSPC);
+  return next<ssize_t(int, const iovec*, int, off_t)>("pwritev")(file, pieces, count, offset);
+}
+ssize_t pwritev64(int file, const iovec* pieces, int count, off64_t offset) {
+  if (fails(Kind::write)) return failWith(ENOSPC);
+  return next<ssize_t(int, const iovec*, int, off64_t)>("pwritev64")(file, pieces, count, offset);
+}
+ssize_t sendmsg(int socket, const msghdr* message, int flags) {
+  if (fails(Kind::write)) return failWith(ENOBUFS);
+  return next<ssize_t(int, const msghdr*, int)>("sendmsg")(socket, message, flags);
 }
 int ftruncate(int file, off_t size) {
   if (fails(Kind::write)) return failWith(EIO);

@@ -139,15 +139,13 @@ TEST_P(FailedCalls, EndOrderly) {
 }
 
 // Those that a run with one picture makes.
-INSTANTIATE_TEST_SUITE_P(All, FailedCalls,
-                         ::testing::Values(Fault{"malloc", "main"}, Fault{"open", "main"}, Fault{"write", "main"},
-                                           Fault{"close", "main"}, Fault{"fork", "main"}, Fault{"pipe", "main"},
-                                           Fault{"open", "children"}, Fault{"read", "children"},
-                                           Fault{"close", "children"}, Fault{"fork", "children"},
-                                           Fault{"pipe", "children"}, Fault{"waitpid", "children"}),
-                         [](const auto& parameter) {
-                           return std::string(parameter.param.kind) + "_" + parameter.param.where;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    All, FailedCalls,
+    ::testing::Values(Fault{"malloc", "main"}, Fault{"open", "main"}, Fault{"read", "main"}, Fault{"write", "main"},
+                      Fault{"close", "main"}, Fault{"fork", "main"}, Fault{"pipe", "main"}, Fault{"open", "children"},
+                      Fault{"read", "children"}, Fault{"write", "children"}, Fault{"close", "children"},
+                      Fault{"fork", "children"}, Fault{"pipe", "children"}, Fault{"waitpid", "children"}),
+    [](const auto& parameter) { return std::string(parameter.param.kind) + "_" + parameter.param.where; });
 
 class FailedReplacing : public ::testing::TestWithParam<const char*> {};
 
