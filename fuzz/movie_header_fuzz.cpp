@@ -7,6 +7,7 @@
 #include "fuzz/movie_bytes.h"
 #include "fuzz/support.h"
 #include "vistrelle/platform/media/ffmpeg/matroska_chapters.h"
+#include "vistrelle/platform/media/ffmpeg/matroska_tags.h"
 #include "vistrelle/platform/media/ffmpeg/mov_facts.h"
 #include "vistrelle/platform/media/ffmpeg/track_shape.h"
 #include "vistrelle/platform/media/id3.h"
@@ -52,6 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (header) {
     require(header->tracks.size() <= 100 && header->tracks.size() == again->tracks.size());
     require(header->headerDuration == again->headerDuration && header->fragmentCount == again->fragmentCount);
+    require(header->metadataItems == again->metadataItems);
     for (std::size_t i = 0; i < header->tracks.size(); ++i) {
       checkTrack(header->tracks[i], *header);
       require(header->tracks[i].samples.count == again->tracks[i].samples.count);
@@ -66,5 +68,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   require(metadata.common.size() <= 1000);
   require(matroskaChapterLanguages(whole->size(), readsOf(whole)) ==
           matroskaChapterLanguages(pieces->size(), readsOf(pieces)));
+  require(matroskaTagCount(whole->size(), readsOf(whole)) == matroskaTagCount(pieces->size(), readsOf(pieces)));
   return 0;
 }

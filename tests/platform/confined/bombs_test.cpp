@@ -48,6 +48,7 @@ struct MovieParts {
   std::string moreTables;
   std::string edits;
   std::string references;
+  std::string moreOfTrack;
   std::string moreOfMovie;
   int tracks = 1;
 };
@@ -75,7 +76,7 @@ std::string trackOf(const MovieParts& parts, int number) {
                             box("minf", information);
   const std::string edits = parts.edits.empty() ? "" : box("edts", box("elst", parts.edits));
   const std::string references = parts.references.empty() ? "" : box("tref", parts.references);
-  return box("trak", header + edits + references + box("mdia", media));
+  return box("trak", header + edits + references + box("mdia", media) + parts.moreOfTrack);
 }
 
 std::string movieOf(const MovieParts& parts, const std::string& samples = std::string(4096, '\0')) {
@@ -157,6 +158,26 @@ std::string oggStreams(int count) {
     pages += page;
   }
   return pages;
+}
+
+/// User data with a list of so many items, each of a key of its own.
+std::string itemList(int count) {
+  const std::string handler = box("hdlr", repeated(big32(0), 2) + "mdir" + std::string(13, '\0'));
+  const std::string value = box("data", big32(1) + big32(0) + "v");
+  std::string items;
+  for (int i = 0; i < count; ++i) {
+    items += box("----", box("mean", big32(0) + "m") + box("name", big32(0) + std::to_string(i)) + value);
+  }
+  return box("udta", box("meta", big32(0) + handler + box("ilst", items)));
+}
+
+/// So many tags, each of a name of its own.
+std::string matroskaTags(int count) {
+  std::string tags;
+  for (int i = 0; i < count; ++i) {
+    tags += element("\x67\xc8", element("\x45\xa3", std::to_string(i)) + element("\x44\x87", "v"));
+  }
+  return element("\x12\x54\xc3\x67", element("\x73\x73", tags));
 }
 
 struct Bomb {
@@ -245,6 +266,20 @@ std::vector<Bomb> bombs() {
       {"picture_of_a_billion_pixels", "mov", [] { return movieOfPng(32000, 32000, 64); }},
       {"picture_of_a_quarter_billion_pixels", "mov", [] { return movieOfPng(16000, 16000, 64); }},
       {"largest_sides", "mov", [] { return movieOfPng(0x7fffffff, 0x7fffffff, 65535); }},
+      {"items_of_metadata", "mov",
+       [] { return movieOf(with([](MovieParts& p) { p.moreOfMovie = itemList(40000); })); }},
+      {"items_of_metadata_in_a_track", "mov",
+       [] { return movieOf(with([](MovieParts& p) { p.moreOfTrack = itemList(40000); })); }},
+      {"items_of_metadata_outside_the_movie", "mov", [] { return movieOf({}) + itemList(40000); }},
+      {"tags_of_matroska", "mkv", [] { return matroska(matroskaTags(40000)); }},
+      {"tags_of_matroska_behind_an_index", "mkv",
+       [] {
+         const std::string index =
+             element("\x11\x4d\x9b\x74",
+                     element("\x4d\xbb", element("\x53\xab", "\x12\x54\xc3\x67") + element("\x53\xac", big32(1000))));
+         const std::string gap = element("\xec", std::string(1000 - index.size() - 21, '\0'));
+         return matroska(index + gap + element("\x1f\x43\xb6\x75", "") + matroskaTags(40000));
+       }},
       {"matroska_in_itself", "mkv",
        [] {
          std::string inner;

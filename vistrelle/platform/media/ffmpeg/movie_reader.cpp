@@ -6,6 +6,7 @@
 #include "vistrelle/platform/base/log.h"
 #include "vistrelle/platform/media/ffmpeg/decoder_check.h"
 #include "vistrelle/platform/media/ffmpeg/known_colours.h"
+#include "vistrelle/platform/media/ffmpeg/matroska_tags.h"
 #include "vistrelle/platform/media/ffmpeg/mov_facts.h"
 #include "vistrelle/platform/media/ffmpeg/movie_metadata_facts.h"
 #include "vistrelle/platform/media/ffmpeg/packet_scan.h"
@@ -58,6 +59,10 @@ bool claimsSamplesWithoutBytes(const mov::MovieHeader& header, std::int64_t size
   return samples > kAlwaysAllowed + static_cast<std::uint64_t>(size);
 }
 
+/// libavformat compares each entry of metadata with all before it: forty thousand in two megabytes took nine seconds as
+/// a list of items, and more than twenty as tags of Matroska.
+constexpr std::size_t kMostMetadata = 10000;
+
 /// How long so many frames last where the container states no times; 0 without a frame rate.
 std::int64_t ticksOfFrames(const AVStream& stream, std::int64_t count) {
   const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
@@ -74,6 +79,12 @@ MovieReader::MovieReader(std::shared_ptr<InputBytes> bytes, std::shared_ptr<Inte
 
 std::shared_ptr<MovieSource> MovieReader::read(std::string* error) {
   readMovHeader();
+  const std::size_t entries =
+      header_ ? header_->metadataItems : matroskaTagCount(source_->bytes_->size(), readsOfSource());
+  if (entries > kMostMetadata) {
+    if (error != nullptr) *error = "more entries of metadata than a movie has a use for";
+    return nullptr;
+  }
   if (header_ && claimsSamplesWithoutBytes(*header_, source_->bytes_->size())) {
     if (error != nullptr) *error = "more samples are stated than the file has room for";
     return nullptr;
@@ -126,11 +137,14 @@ bool MovieReader::listStreams() {
   return true;
 }
 
-void MovieReader::readMovHeader() {
-  MovieSource& source = *source_;
-  header_ = mov::readMovieHeader(source.bytes_->size(), [&source](std::int64_t offset, std::span<std::uint8_t> buffer) {
+mov::ReadAt MovieReader::readsOfSource() const {
+  return [&source = *source_](std::int64_t offset, std::span<std::uint8_t> buffer) {
     return source.interrupt_->isDue() ? -1 : source.bytes_->readAt(offset, buffer);
-  });
+  };
+}
+
+void MovieReader::readMovHeader() {
+  header_ = mov::readMovieHeader(source_->bytes_->size(), readsOfSource());
 }
 
 void MovieReader::useMovFacts(const mov::MovieHeader& header) {

@@ -19,6 +19,7 @@ class MovieReader {
 
  private:
   bool listStreams();
+  mov::ReadAt readsOfSource() const;
   void readMovHeader();
   void useMovFacts(const mov::MovieHeader& header);
   bool usePacketFacts();

@@ -1,6 +1,7 @@
 #include "vistrelle/platform/media/mov/metadata_reader.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <optional>
 #include <string>
@@ -219,7 +220,35 @@ class MetadataReader {
   std::size_t items_ = 0;
 };
 
+/// Boxes that a demuxer may look into for lists of items.
+bool holdsBoxes(FourCc type) {
+  constexpr std::array kTypes{fourCc("moov"), fourCc("trak"), fourCc("mdia"), fourCc("minf"), fourCc("stbl"),
+                              fourCc("udta"), fourCc("meta"), fourCc("edts"), fourCc("dinf"), fourCc("tref"),
+                              fourCc("mvex"), fourCc("moof"), fourCc("traf"), fourCc("sinf"), fourCc("ipro"),
+                              fourCc("wave"), fourCc("schi")};
+  return std::ranges::find(kTypes, type) != kTypes.end();
+}
+
+std::size_t itemsIn(Bytes content, int depth) {
+  constexpr int kMostDepth = 16;
+  std::size_t count = 0;
+  BoxList boxes(content);
+  while (const std::optional<Box> box = boxes.next()) {
+    if (box->type == fourCc("ilst")) {
+      for (BoxList items(box->content); items.next();) ++count;
+    } else if (holdsBoxes(box->type) && depth < kMostDepth) {
+      const bool isFullBox = box->type == fourCc("meta") && !findBox(box->content, fourCc("hdlr"));
+      count += itemsIn(box->content.subspan(isFullBox ? std::min<std::size_t>(4, box->content.size()) : 0), depth + 1);
+    }
+  }
+  return count;
+}
+
 }  // namespace
+
+std::size_t metadataItemCount(Bytes content) {
+  return itemsIn(content, 0);
+}
 
 MovieMetadata readMovieMetadata(Bytes movie) {
   return MetadataReader().read(movie);

@@ -11,7 +11,8 @@
 namespace vistrelle::platform::mov {
 namespace {
 
-constexpr std::int64_t kMaxLoadedBytes = std::int64_t{64} << 20;  // of all boxes together
+constexpr std::int64_t kMaxLoadedBytes = std::int64_t{64} << 20;   // of all boxes together
+constexpr std::int64_t kMaxMetadataBytes = std::int64_t{8} << 20;  // of a box of it outside the movie box
 constexpr std::size_t kMaxTracks = 100;
 
 /// Walks the boxes of a file and loads those that say something about samples.
@@ -63,6 +64,7 @@ void FileReader::readMovie(std::span<const std::uint8_t> content) {
     }
   }
   header_.metadata = readMovieMetadata(content);
+  header_.metadataItems += metadataItemCount(content);
   const std::optional<Box> userData = findBox(content, fourCc("udta"));
   hasChapterList_ = userData && findBox(userData->content, fourCc("chpl"));
   if (const std::optional<Box> extends = findBox(content, fourCc("mvex"))) {
@@ -95,6 +97,10 @@ void FileReader::noteChapterLanguages() {
 std::optional<MovieHeader> FileReader::read() {
   while (const std::optional<FileBox> box = file_.next()) {
     const bool isMovie = box->type == fourCc("moov") && !hasMovie_;
+    const bool isMetadata = box->type == fourCc("udta") || box->type == fourCc("meta");
+    if (isMetadata && box->end - box->content <= kMaxMetadataBytes) {
+      if (const auto content = file_.load(*box)) header_.metadataItems += metadataItemCount(*content);
+    }
     // Fragments mean nothing without the movie box before them.
     if (isMovie || (box->type == fourCc("moof") && hasMovie_)) {
       const auto content = file_.load(*box);

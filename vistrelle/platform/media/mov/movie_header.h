@@ -118,6 +118,7 @@ struct MovieHeader {
   bool isProtected = false;  ///< protection stated for the whole movie or any track
   std::vector<Track> tracks;
   MovieMetadata metadata;
+  std::size_t metadataItems = 0;  ///< of all lists of items in the file
 };
 
 /// Reads up to buffer.size() bytes at an offset; how many came, negative on error or interrupt.
