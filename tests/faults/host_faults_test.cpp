@@ -251,7 +251,7 @@ TEST_P(ExportFaults, LeaveTheOldOrTheNewMovie) {
 INSTANTIATE_TEST_SUITE_P(Calls, ExportFaults,
                          ::testing::Values(Subject{"export", "open"}, Subject{"export", "read"},
                                            Subject{"export", "write"}, Subject{"export", "fsync"},
-                                           Subject{"export", "rename"}),
+                                           Subject{"export", "close"}, Subject{"export", "rename"}),
                          [](const auto& each) { return std::string(each.param.kind); });
 
 // ---- commands ------------------------------------------------------------------------------------
