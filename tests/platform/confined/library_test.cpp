@@ -1,8 +1,10 @@
 // What a library of workers does when all goes well, and what is left of it afterwards.
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,8 @@
 #include "tests/support/child.h"
 #include "tests/support/recording_log.h"
 #include "tests/support/scratch_folder.h"
+#include "tests/support/tool_run.h"
+#include "vistrelle/platform/media/ffmpeg/waiting_room.h"
 
 namespace vistrelle::testing {
 
@@ -130,14 +134,46 @@ TEST(ConfinedLibrary, ManyPicturesOfSeveralGeneratorsOnSeveralThreads) {
   EXPECT_EQ(pictures, 30);
 }
 
+/// Temporary files for waiting frames, which stay open here as well.
+class KeptRooms : public platform::WaitingRooms {
+ public:
+  explicit KeptRooms(const std::string& folder) : folder_(folder) {}
+  platform::UniqueFd open() override {
+    kept = platform::UniqueFd(::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    return platform::UniqueFd(::fcntl(kept.get(), F_DUPFD_CLOEXEC, 0));
+  }
+  platform::UniqueFd kept;
+
+ private:
+  std::string folder_;
+};
+
 TEST(ConfinedLibrary, FramesThatWaitBeyondMemoryFindRoom) {
-  const auto asset = loadedConfined(dataFile("h265_10bits.mp4"));
+  const ScratchFolder folder;
+  const std::string movie = folder.file("movie.mp4");
+  // One group of 42 MB of frames, all wanted, the last one first.
+  ASSERT_EQ(runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc2=s=1280x720:r=10", "-t", "3", "-c:v",
+                        "mpeg4", "-g", "100", "-sc_threshold", "1000000000", movie})
+                .status,
+            0);
+  const auto rooms = std::make_shared<KeptRooms>(folder.path());
+  const auto former = platform::waitingRooms().install(rooms);
+  const auto asset = loadedConfined(movie);
   ASSERT_TRUE(asset);
   const auto generator = asset->makeImageGenerator();
   std::vector<MediaTime> times;
-  for (int i = 60; i > 0; --i) times.push_back(MediaTime::make(i, 30));
+  for (int i = 29; i >= 0; --i) times.push_back(MediaTime::make(i, 10));
   generator->announce(times);
-  for (const MediaTime& time : times) EXPECT_TRUE(generator->copyFrame(time).picture) << time.description();
+  for (const MediaTime& time : times) {
+    const auto result = generator->copyFrame(time);
+    EXPECT_TRUE(result.picture) << result.error;
+    EXPECT_EQ(result.actualTime, time);
+  }
+  platform::waitingRooms().install(former);
+  ASSERT_TRUE(rooms->kept) << "no room was asked for";
+  struct stat room {};
+  ASSERT_EQ(::fstat(rooms->kept.get(), &room), 0);
+  EXPECT_GT(room.st_size, 1280 * 720);
 }
 
 TEST(ConfinedLibrary, CompletionIsCalledOnceOnAnotherThread) {

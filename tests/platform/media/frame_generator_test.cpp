@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <fstream>
@@ -159,6 +160,19 @@ TEST(FrameGenerator, OnAFullDiskPicturesAreDecodedAgain) {
   EXPECT_EQ(::umount2(disk.c_str(), MNT_DETACH), 0);
   EXPECT_GT(spilled, 0);
   EXPECT_LT(spilled, 8) << "more than the disk holds";
+}
+
+TEST(FrameGenerator, BeyondTheLimitOfFileSizesPicturesAreDecodedAgain) {
+  made("h264_closed.mp4");
+  const ScratchFolder folder;
+  rlimit former{};
+  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
+  const rlimit limit{128 * 1024, former.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  const std::int64_t spilled = picturesSpilledTo(folder.path());
+  EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &former), 0);
+  EXPECT_GT(spilled, 0);
+  EXPECT_LT(spilled, 8) << "more than a file may hold";
 }
 
 TEST(FrameGenerator, APictureOutlivesItsGeneratorAndMovie) {

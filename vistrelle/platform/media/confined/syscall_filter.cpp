@@ -32,7 +32,8 @@ constexpr int kAllowed[] = {
     SYS_munmap, SYS_mremap, SYS_brk, SYS_madvise, SYS_sysinfo,
     // threads
     SYS_futex, SYS_set_robust_list, SYS_rseq, SYS_sched_getaffinity, SYS_sched_yield, SYS_rt_sigprocmask,
-    SYS_rt_sigaction, SYS_rt_sigreturn, SYS_getpid, SYS_gettid, SYS_exit, SYS_exit_group, SYS_restart_syscall,
+    SYS_rt_sigaction, SYS_rt_sigreturn, SYS_rt_sigtimedwait, SYS_getpid, SYS_gettid, SYS_exit, SYS_exit_group,
+    SYS_restart_syscall,
     // time and randomness
     SYS_clock_gettime, SYS_clock_nanosleep, SYS_gettimeofday, SYS_getrandom,
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

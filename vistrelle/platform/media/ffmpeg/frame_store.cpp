@@ -13,6 +13,7 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
+#include "vistrelle/platform/files/size_signal_hold.h"
 #include "vistrelle/platform/media/ffmpeg/waiting_room.h"
 
 namespace vistrelle::platform {
@@ -38,6 +39,7 @@ class TemporaryRooms : public WaitingRooms {
 };
 
 bool writeWhole(int descriptor, const std::vector<std::uint8_t>& bytes, std::int64_t offset) {
+  const SizeSignalHold hold;
   for (std::size_t done = 0; done < bytes.size();) {
     const ssize_t written = ::pwrite(descriptor, bytes.data() + done, bytes.size() - done,
                                      static_cast<off_t>(offset + static_cast<std::int64_t>(done)));
