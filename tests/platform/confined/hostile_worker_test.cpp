@@ -448,13 +448,17 @@ TEST(WorkerEnd, MemoryThatIsRefusedEndsIt) {
     options.limits.dataBytes = 24 << 20;
     platform::runWorker(channel, options);
   });
+  RecordingLog log;
   const auto asset = openWith(library);
   ASSERT_TRUE(asset);
   const auto generator = asset->makeImageGenerator();
+  std::string words = log.lines().empty() ? "" : log.lines().back();
   if (generator) {
     const auto result = generator->copyFrame(MediaTime::make(4, 1));
     EXPECT_FALSE(result.picture);
+    words = result.error;
   }
+  EXPECT_FALSE(words.empty());
 }
 
 }  // namespace
