@@ -19,7 +19,8 @@ PLACES = {
     "avcodec_find_decoder_by_name": [MEDIA + "ffmpeg/decoders.cpp"],
     "av_max_alloc": [MEDIA + "ffmpeg/demuxer.cpp"],
     "avio_open": [], "avio_open2": [], "avio_find_protocol_name": [], "avformat_network_init": [],
-    "avdevice_register_all": [], "av_find_input_format": [],
+    "avdevice_register_all": [],
+    "av_find_input_format": [MEDIA + "ffmpeg/demuxer.cpp"], "av_probe_input_buffer2": [MEDIA + "ffmpeg/demuxer.cpp"],
 }
 LOOKED_AT = ("avcodec_send_packet", "avcodec_receive_frame", "avcodec_send_frame", "avcodec_receive_packet",
              "av_bsf_send_packet", "av_bsf_receive_packet", "av_read_frame", "av_interleaved_write_frame",
