@@ -65,6 +65,21 @@ TEST(ProgramStream, beginsWithItsFirstFrame) {
   for (std::size_t i = 0; i < numbers.size(); ++i) EXPECT_EQ(numbers[i], static_cast<int>(i));
 }
 
+// A frame of an IVF file is its size (4 bytes), its time (8 bytes) and its bytes, behind a header of 32 bytes.
+TEST(PacketTimes, beyondWhatAMovieCanHoldAreRefused) {
+  const ScratchFolder folder;
+  std::string bytes = readFile(clip("far.ivf", {numberedPictures(5), {"-c:v", "libvpx-vp9", "-cpu-used", "8"}}));
+  const std::size_t second =
+      32 + 12 + static_cast<unsigned char>(bytes[32]) + std::size_t{256} * static_cast<unsigned char>(bytes[33]);
+  ASSERT_LT(second + 12, bytes.size());
+  bytes.replace(second + 4, 8, std::string("\0\0\0\0\0\0\0\xc4", 8));  // about -2^62
+  const auto movie = loaded(folder.write("far.ivf", bytes));
+  ASSERT_TRUE(movie);
+  const Written written = writeTo(*movie, folder.file("kept.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "track 1 states times that no movie can hold");
+}
+
 INSTANTIATE_TEST_SUITE_P(
     table, Codings,
     ::testing::Values(Carried{"eac3.mp4", false, {"-c:a", "eac3"}}, Carried{"eac3.mkv", false, {"-c:a", "eac3"}},

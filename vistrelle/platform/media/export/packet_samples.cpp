@@ -26,6 +26,14 @@ std::uint32_t uncompressedBytes(const AVCodecParameters& parameters) {
   return isPlain && !isAdpcm ? static_cast<std::uint32_t>(bits / 8 * channelCount(parameters)) : 0;
 }
 
+/// Whether a stated time can be counted in ticks of `scale`, with room for sums.
+bool isCountable(std::int64_t time, AVRational timeBase, std::uint32_t scale) {
+  constexpr std::int64_t kMost = std::int64_t{1} << 60;
+  const auto isWithin = [](std::int64_t value) { return value >= -kMost && value <= kMost; };
+  return time == AV_NOPTS_VALUE ||
+         (isWithin(time) && isWithin(av_rescale_q(time, timeBase, {1, static_cast<int>(scale)})));
+}
+
 }  // namespace
 
 struct PacketSamples::State {
@@ -104,6 +112,10 @@ bool PacketSamples::State::addSample(Stream& stream, const AVPacket& packet, std
       stream.tables.timeScale = static_cast<std::uint32_t>(source.time_base.den);
     }
   }
+  for (const std::int64_t stated : {packet.pts, packet.dts, packet.duration}) {
+    if (isCountable(stated, source.time_base, stream.tables.timeScale)) continue;
+    return fail(error, format("track {} states times that no movie can hold", stream.facts->trackId));
+  }
   mov::Sample sample;
   sample.offset = position;
   position += std::ssize(bytes);
@@ -145,7 +157,7 @@ bool PacketSamples::State::finishTables(std::string* error) {
     if (!stream.pictures) continue;
     const std::int64_t factor = movie->timeBase(stream.index).num;
     if (!stream.pictures->apply(stream.tables.samples, factor)) {
-      return fail(error, format("the pictures of track {} have no times", stream.facts->trackId));
+      return fail(error, format("the pictures of track {} have no times that a movie can hold", stream.facts->trackId));
     }
     stream.pictures.reset();
   }

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace vistrelle::platform {
 
@@ -85,7 +86,9 @@ bool PictureTimes::apply(std::vector<mov::Sample>& samples, std::int64_t factor)
                                                                : 1;
   for (std::size_t i = 0; i < count; ++i) {
     samples[i].decodeTime = times[i] * factor;
-    samples[i].compositionOffset = static_cast<std::int32_t>((shown[i] - times[i]) * factor);
+    const std::int64_t offset = (shown[i] - times[i]) * factor;
+    if (!std::in_range<std::int32_t>(offset)) return false;
+    samples[i].compositionOffset = static_cast<std::int32_t>(offset);
     const std::size_t place = static_cast<std::size_t>(std::ranges::lower_bound(times, shown[i]) - times.begin());
     const std::int64_t length = place + 1 < count ? times[place + 1] - times[place] : lastLength;
     samples[i].duration = static_cast<std::uint32_t>(std::clamp<std::int64_t>(length * factor, 1, 0x7fffffff));

@@ -19,7 +19,8 @@ class PictureTimes {
   PictureTimes(const AVCodecParameters& parameters, bool numbersFrames);
   void add(const AVPacket& packet);
   /// Sets presentation and decoding times of the samples, one for each packet added, in ticks of the stream's time base
-  /// times `factor`. False when packets state no time at all.
+  /// times `factor`. False when packets state no time at all, or a presentation time too far from its decoding time for
+  /// a sample table. Stated times lie within 2^60 of zero, in ticks and times `factor`.
   bool apply(std::vector<mov::Sample>& samples, std::int64_t factor) const;
 
  private:
