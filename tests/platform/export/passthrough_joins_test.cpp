@@ -6,6 +6,7 @@
 
 #include "tests/platform/export/mov_tables.h"
 #include "tests/platform/export/passthrough_fixture.h"
+#include "tests/support/mov_boxes.h"
 
 namespace vistrelle::testing {
 namespace {
@@ -224,6 +225,23 @@ TEST(PassthroughFailure, aMovieCutWithinASampleIsReported) {
   const auto movie = loaded(cut);
   ASSERT_TRUE(movie);
   const Written written = writeTo(*movie, folder.file("written.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the movie ends within a sample");
+}
+
+TEST(PassthroughFailure, samplesAtTheEndOfAllNumbersAreReported) {
+  const ScratchFolder folder;
+  std::string movie = readFile(clip("plain.mov", {numberedPictures(10)}));
+  const std::size_t places = movie.find("stco");
+  ASSERT_NE(places, std::string::npos);
+  const std::size_t count = static_cast<std::uint8_t>(movie.at(places + 11));
+  movie.replace(places, 4, "free");
+  std::string far = bigEndian(0, 4) + bigEndian(count, 4);
+  for (std::size_t i = 0; i < count; ++i) far += bigEndian(0x7fffffffffffffff - i, 8);
+  ASSERT_TRUE(insertMovBox(movie, {"moov", "trak", "mdia", "minf", "stbl"}, movBox("co64", far)));
+  const auto asset = loaded(folder.write("far.mov", movie));
+  ASSERT_TRUE(asset);
+  const Written written = writeTo(*asset, folder.file("written.mov"));
   EXPECT_FALSE(written.succeeded);
   EXPECT_EQ(written.error, "the movie ends within a sample");
 }

@@ -11,9 +11,6 @@ namespace {
 constexpr std::uint32_t kMaxRun = std::uint32_t{1} << 24;
 constexpr std::uint32_t kIsNonSync = 0x10000;  // 14496-12, 8.8.3.1: sample_is_non_sync_sample
 
-// Times and places beyond this are those of no movie; one sample more, however large, does not overflow 64 bits.
-constexpr std::int64_t kFarthest = std::int64_t{1} << 62;
-
 std::int64_t within(std::int64_t value) {
   return std::clamp(value, -kFarthest, kFarthest);
 }

@@ -180,7 +180,7 @@ class TableReader {
       Sample sample;
       sample.size = sizes_.next();
       sample.count = together ? static_cast<std::uint32_t>(count) : 1;
-      sample.offset = static_cast<std::int64_t>(position);
+      sample.offset = static_cast<std::int64_t>(std::min(position, std::uint64_t{kFarthest}));
       sample.duration = usableDuration(durations_.value());
       sample.compositionOffset = offsets_.isPresent() ? static_cast<std::int32_t>(offsets_.value()) : 0;
       sample.decodeTime = time_;

@@ -10,10 +10,13 @@
 
 namespace vistrelle::platform::mov {
 
+/// Times and places beyond this are those of no movie; one sample more, however large, does not overflow 64 bits.
+constexpr std::int64_t kFarthest = std::int64_t{1} << 62;
+
 /// `count` samples that lie one behind the other and are alike; more than one only of uncompressed sound and its like
 /// (SampleTables::packetBytes is not 0 then).
 struct Sample {
-  std::int64_t offset = 0;      ///< in the file
+  std::int64_t offset = 0;      ///< in the file; at most kFarthest
   std::int64_t decodeTime = 0;  ///< of the first; track time scale
   std::uint32_t size = 0;       ///< of one sample
   std::uint32_t duration = 0;   ///< of one sample
