@@ -273,5 +273,40 @@ INSTANTIATE_TEST_SUITE_P(Calls, CommandFaults,
                                            Subject{"command", "waitpid"}),
                          [](const auto& each) { return std::string(each.param.kind); });
 
+// ---- batches -------------------------------------------------------------------------------------
+
+// Each flush of a batch's worker: no picture may be called done that need not be on the disk.
+TEST(BatchFaults, PicturesThatAreNotFlushedAreNotDelivered) {
+  const ScratchFolder folder;
+  const json job = {{"source", testing::lateIndexClip(folder)},
+                    {"destination", folder.file("out")},
+                    {"width", 160},
+                    {"height", 120},
+                    {"timecodes", {"0.1", "0.5"}}};
+  const std::string list = folder.write("list", job.dump() + "\n");
+  const auto run = [&](long n, const std::string& counts) {
+    fs::remove_all(folder.file("out"));
+    return testing::runProgram({VISTRELLE_BATCH, "--jobs", "1", list}, [&] {
+      ::setenv("VISTRELLE_FAULT", ("fsync:" + std::to_string(n)).c_str(), 1);
+      ::setenv("VISTRELLE_FAULT_IN", "children", 1);
+      ::setenv("VISTRELLE_FAULT_COUNT", counts.c_str(), 1);
+      ::setenv("LD_PRELOAD", VISTRELLE_FAULT_SHIM, 1);
+    });
+  };
+  const std::string counts = folder.file("counts");
+  const testing::RunResult whole = run(0, counts);
+  EXPECT_EQ(whole.status, 0) << whole.error;
+  EXPECT_EQ(treeOf(folder.file("out")).size(), 2U);
+  const long calls = std::atol(readFile(counts).c_str());
+  EXPECT_EQ(calls, 3);  // each picture and their folder
+  for (long n = 1; n <= calls; ++n) {
+    const testing::RunResult result = run(n, "");
+    SCOPED_TRACE(std::to_string(n) + ":\n" + result.output + result.error);
+    EXPECT_NE(result.status, 0);
+    EXPECT_NE(result.output.find("\"temporary failure\""), std::string::npos);
+    EXPECT_FALSE(fs::exists(folder.file("out")));
+  }
+}
+
 }  // namespace
 }  // namespace vistrelle

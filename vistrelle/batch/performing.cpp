@@ -114,6 +114,8 @@ class Run {
       const AskedFrame& frame = record_.frames()[i];
       files.push_back({path, item->size, frame.asked, frame.actual});
     }
+    // A report of pictures that a power failure takes along would not be true.
+    if ((error = folder->flushContent()) != 0) return failureOf(error, "folder of the destination");
     return delivery_.deliver(folder->content(), std::move(files));
   }
 

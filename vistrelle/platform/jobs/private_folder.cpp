@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "vistrelle/platform/files/file_manager.h"
+#include "vistrelle/platform/files/path.h"
 
 namespace vistrelle::platform {
 namespace {
@@ -62,6 +63,12 @@ UniqueFd openOwnFolder(const std::string& path, int* error) {
   return UniqueFd();
 }
 
+int flush(const std::string& path, int kind) {
+  const UniqueFd item(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | kind));
+  if (!item) return errno == EACCES ? 0 : errno;  // a mask of permissions that lets nobody read what it makes
+  return ::fsync(item.get()) == 0 || errno == EINVAL || errno == EROFS ? 0 : errno;
+}
+
 }  // namespace
 
 std::unique_ptr<PrivateFolder> PrivateFolder::make(const std::string& path, int* error) {
@@ -86,6 +93,15 @@ std::unique_ptr<PrivateFolder> PrivateFolder::make(const std::string& path, int*
   }
   *error = EWOULDBLOCK;
   return nullptr;
+}
+
+int PrivateFolder::flushContent() const {
+  const auto names = fileManager().get()->entries(content());
+  if (!names) return EIO;
+  for (const std::string& name : *names) {
+    if (const int error = flush(appendingPathComponent(content(), name), 0); error != 0) return error;
+  }
+  return flush(content(), O_DIRECTORY);
 }
 
 PrivateFolder::~PrivateFolder() {

@@ -21,6 +21,9 @@ class PrivateFolder {
 
   /// The folder within, empty at first, with the permissions that a new folder of this process has. May be moved away.
   std::string content() const { return path_ + "/pictures"; }
+  /// Waits until the files of the content, and their names, are on the disk; an errno value, 0 on success. File systems
+  /// that know no flushing have none to fail.
+  int flushContent() const;
 
   /// Removes what a killed process left at `path`, when it did leave something and nobody uses it. One that was killed
   /// a moment ago may still be on its way out: so long is waited for it.
