@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -137,15 +138,11 @@ TEST(ConfinedLibrary, ManyPicturesOfSeveralGeneratorsOnSeveralThreads) {
 /// Temporary files for waiting frames, which stay open here as well.
 class KeptRooms : public platform::WaitingRooms {
  public:
-  explicit KeptRooms(const std::string& folder) : folder_(folder) {}
   platform::UniqueFd open() override {
-    kept = platform::UniqueFd(::open(folder_.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    kept = platform::UniqueFd(::memfd_create("frames", MFD_CLOEXEC));
     return platform::UniqueFd(::fcntl(kept.get(), F_DUPFD_CLOEXEC, 0));
   }
   platform::UniqueFd kept;
-
- private:
-  std::string folder_;
 };
 
 TEST(ConfinedLibrary, FramesThatWaitBeyondMemoryFindRoom) {
@@ -156,7 +153,7 @@ TEST(ConfinedLibrary, FramesThatWaitBeyondMemoryFindRoom) {
                         "mpeg4", "-g", "100", "-sc_threshold", "1000000000", movie})
                 .status,
             0);
-  const auto rooms = std::make_shared<KeptRooms>(folder.path());
+  const auto rooms = std::make_shared<KeptRooms>();
   const auto former = platform::waitingRooms().install(rooms);
   const auto asset = loadedConfined(movie);
   ASSERT_TRUE(asset);

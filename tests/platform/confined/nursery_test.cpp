@@ -36,8 +36,8 @@ std::vector<std::string> descriptorsOf(pid_t process) {
 
 TEST(NurseryTest, ItAndItsWorkersHaveNoDescriptorOfTheProgram) {
   const ScratchFolder folder;
-  const std::string secret = folder.write("secret", "s");
-  const std::string movie = dataFile("prog_8s.mp4");
+  const std::string secret = std::filesystem::canonical(folder.write("secret", "s")).string();
+  const std::string movie = std::filesystem::canonical(dataFile("prog_8s.mp4")).string();
   const int kept = ::open(secret.c_str(), O_RDONLY);  // not even closed on exec
   ASSERT_GE(kept, 0);
   const auto library = libraryOf([](const Channel& channel) { platform::runWorker(channel, {}); });
