@@ -229,6 +229,24 @@ TEST(PassthroughFailure, aMovieCutWithinASampleIsReported) {
   EXPECT_EQ(written.error, "the movie ends within a sample");
 }
 
+// The sound alone would be a success without the pictures.
+TEST(PassthroughFailure, aTrackWhoseSamplesHaveNoPlacesIsReported) {
+  const ScratchFolder folder;
+  const std::string path =
+      clip("with_sound.mp4",
+           {numberedPictures(10),
+            {"-f", "lavfi", "-i", "sine=duration=0.4", "-c:v", "mpeg4", "-c:a", "aac", "-map", "0:v", "-map", "1:a"}});
+  std::string bytes = readFile(path);
+  const std::size_t spread = bytes.find("stsc");  // the pictures' track comes first
+  ASSERT_NE(spread, std::string::npos);
+  bytes[spread] = 'x';
+  const auto movie = loaded(folder.write("damaged.mp4", bytes));
+  ASSERT_TRUE(movie);
+  const Written written = writeTo(*movie, folder.file("written.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the tables of track 1 cannot be read");
+}
+
 TEST(PassthroughFailure, samplesAtTheEndOfAllNumbersAreReported) {
   const ScratchFolder folder;
   std::string movie = readFile(clip("plain.mov", {numberedPictures(10)}));

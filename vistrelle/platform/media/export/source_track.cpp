@@ -170,7 +170,9 @@ bool SourceTracks::openMovie(Movie& movie, const std::function<bool()>& isCancel
       const auto id =
           static_cast<std::uint32_t>(movie.source->streams()[static_cast<std::size_t>(movie.streams[i])].trackId);
       const auto found = std::ranges::find_if(tables->tracks, [id](const auto& track) { return track.id == id; });
-      if (found == tables->tracks.end() || found->timeScale == 0 || found->descriptions.empty()) {
+      const bool hasTables = found != tables->tracks.end() && found->timeScale != 0 && !found->descriptions.empty();
+      // Without any of its samples a track would be missing from what was called written.
+      if (!hasTables || (found->samples.empty() && found->lostSamples > 0)) {
         return fail(error, format("the tables of track {} cannot be read", id));
       }
       if (hasSamplesElsewhere(*found)) return fail(error, format("the samples of track {} cannot be reached", id));

@@ -152,6 +152,7 @@ class TableReader {
       if (perChunk_ == 0) continue;
       readChunk(offset, std::min<std::uint64_t>(perChunk_, left_));
     }
+    track_.lostSamples = left_;
   }
 
  private:

@@ -62,6 +62,7 @@ struct SampleTables {
   std::vector<std::vector<std::uint8_t>> descriptions;  ///< sample entries, complete
   std::vector<bool> otherFiles;                         ///< of each data reference: whether it is not this file
   std::vector<Sample> samples;
+  std::uint64_t lostSamples = 0;  ///< that the table of sizes states and others have no place for
   /// Where samples are too many to be listed one by one: `packetBytes` bytes hold `packetSamples` of them, and
   /// `Sample::size` is what the size table says of one, which need not be its real size.
   std::uint32_t packetBytes = 0;
