@@ -229,6 +229,20 @@ TEST(PassthroughFailure, aMovieCutWithinASampleIsReported) {
   EXPECT_EQ(written.error, "the movie ends within a sample");
 }
 
+// Its second picture comes after 21,617,279,499,872,256 s; what is left after an edit has an end that no number holds.
+TEST(PassthroughFailure, anEndBeyondAllNumbersIsReported) {
+  const ScratchFolder folder;
+  const auto movie = loaded(std::string(VISTRELLE_SOURCE_DIR) + "/fuzz/corpus/passthrough/end_beyond_numbers.ivf");
+  ASSERT_TRUE(movie);
+  const auto composition = whole(movie);
+  const auto seconds = [](double count) { return MediaTime::makeWithSeconds(count, 600); };
+  composition->removeTimeRange({seconds(14051231674916966.0), seconds(108086397499361.28)});
+  EXPECT_EQ(composition->duration(), MediaTime::positiveInfinity());
+  const Written written = writeTo(*composition, folder.file("written.mov"));
+  EXPECT_FALSE(written.succeeded);
+  EXPECT_EQ(written.error, "the movie is too long");
+}
+
 // The sound alone would be a success without the pictures.
 TEST(PassthroughFailure, aTrackWhoseSamplesHaveNoPlacesIsReported) {
   const ScratchFolder folder;

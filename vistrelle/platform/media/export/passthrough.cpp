@@ -379,7 +379,9 @@ bool PassthroughWriter::run(std::string* error) {
 bool writePassthrough(Asset& asset, int fd, const ExportControl& control, std::string* error) {
   // Longer ones are damaged; stretches that have no end of their own are taken to end there.
   const MediaTime duration = asset.duration();
-  if (duration.isNumeric() && duration > MediaTime::make(std::numeric_limits<std::int32_t>::max(), 1)) {
+  const bool isBeyondNumbers = duration == MediaTime::positiveInfinity();  // after edits of a damaged one
+  if (isBeyondNumbers ||
+      (duration.isNumeric() && duration > MediaTime::make(std::numeric_limits<std::int32_t>::max(), 1))) {
     return fail(error, "the movie is too long");
   }
   try {
