@@ -360,6 +360,19 @@ TEST(HostileWorker, LiesAboutPicturesAreNoPictures) {
   }
 }
 
+// As the kernel does with a page that it moves or writes away.
+TEST(HostileWorker, ARoomThatIsHeldForAMomentIsWaitedFor) {
+  const auto library = libraryOf(answersFramesWith([](const Channel& channel) {
+    const platform::UniqueFd room = roomFor(channel, aShape());
+    void* const held = ::mmap(nullptr, 64, PROT_READ | PROT_WRITE, MAP_SHARED, room.get(), 0);
+    channel.send(Message(n(Kind::frame), aFrame()));
+    ::usleep(200000);
+    ::munmap(held, 64);
+  }));
+  const auto result = openWith(library)->makeImageGenerator()->copyFrame(MediaTime::zero());
+  EXPECT_TRUE(result.picture) << result.error;
+}
+
 TEST(HostileWorker, ARoomNeitherGrowsNorShrinks) {
   const auto library = libraryOf(answersFramesWith([](const Channel& channel) {
     const platform::UniqueFd room = roomFor(channel, aShape());

@@ -1,12 +1,14 @@
 #include "vistrelle/platform/media/confined/picture_transfer.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstring>
 
@@ -99,6 +101,20 @@ bool isSize(double value) {
   return std::isfinite(value) && value >= 1;
 }
 
+/// From now on nobody can write to the file. The kernel refuses that while one of its pages has a further holder:
+/// passing work of the kernel's own (reclaim, migration), or for good whoever keeps it mapped to be written.
+bool forbidWriting(int file) {
+  using std::chrono::steady_clock;
+  constexpr std::chrono::seconds kPatience{2};
+  constexpr int kPauseMilliseconds = 10;
+  const auto end = steady_clock::now() + kPatience;
+  while (::fcntl(file, F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_SEAL) != 0) {
+    if (errno != EBUSY || steady_clock::now() >= end) return false;
+    ::poll(nullptr, 0, kPauseMilliseconds);
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<PlanePlaces> planePlaces(const std::string& layout, std::int32_t width, std::int32_t height) {
@@ -165,7 +181,7 @@ std::unique_ptr<PictureRoom> PictureRoom::make(const wire::PlaneShape& shape) {
 }
 
 std::optional<PlanarImage> PictureRoom::seal() {
-  if (::fcntl(file_.get(), F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_SEAL) != 0) return std::nullopt;
+  if (!forbidWriting(file_.get())) return std::nullopt;
   void* address = ::mmap(nullptr, places_.bytes, PROT_READ, MAP_SHARED | MAP_POPULATE, file_.get(), 0);
   if (address == MAP_FAILED) return std::nullopt;
   auto owner = std::make_shared<const MappedPlanes>(address, places_.bytes);
