@@ -114,7 +114,7 @@ class Run {
       const AskedFrame& frame = record_.frames()[i];
       files.push_back({path, item->size, frame.asked, frame.actual});
     }
-    // A report of pictures that a power failure takes along would not be true.
+    // What stands at its place is whole, even after a power failure.
     if ((error = folder->flushContent()) != 0) return failureOf(error, "folder of the destination");
     return delivery_.deliver(folder->content(), std::move(files));
   }
